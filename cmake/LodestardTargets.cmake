@@ -1,0 +1,40 @@
+# The ways this project makes a target: same warnings, same include root, everywhere.
+
+# Debian's interpreter: its packages (GObject introspection, gps) belong to it and to no other.
+set(LODESTARD_PYTHON /usr/bin/python3 CACHE FILEPATH "Interpreter of the tests and tools")
+
+add_library(lodestard-build-options INTERFACE)
+target_compile_options(lodestard-build-options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast
+    -Woverloaded-virtual -Wnon-virtual-dtor)
+target_compile_definitions(lodestard-build-options INTERFACE
+    QT_NO_CAST_FROM_ASCII QT_NO_FOREACH QT_NO_CAST_TO_ASCII)
+target_include_directories(lodestard-build-options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+
+# lodestard_add_library(<folder> SOURCES ... [LINKS ...])
+# One static library a folder: target lodestard-<folder>.
+function(lodestard_add_library folder)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    if(ARG_SOURCES)
+        add_library(lodestard-${folder} STATIC ${ARG_SOURCES})
+        target_link_libraries(lodestard-${folder} PUBLIC lodestard-build-options ${ARG_LINKS})
+    else()
+        add_library(lodestard-${folder} INTERFACE)
+        target_link_libraries(lodestard-${folder} INTERFACE lodestard-build-options ${ARG_LINKS})
+    endif()
+endfunction()
+
+# lodestard_add_test(<name> LABEL unit|component SOURCES ... LINKS ... [COMMAND wrapper...])
+# A Qt test program; unit tests need neither event loop nor bus, component tests may use both.
+# COMMAND puts a wrapper (a private bus, say) in front of the program.
+function(lodestard_add_test name)
+    cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "SOURCES;LINKS;COMMAND" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} Qt6::Test lodestard-build-options)
+    add_test(NAME ${name} COMMAND ${ARG_COMMAND} $<TARGET_FILE:${name}>)
+    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT})
+endfunction()
