@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QVariant>
+
+#include <optional>
+
+// What the settings store asks of single values.
+namespace settingvalue {
+
+// The value as the settings file keeps it, variants inside variants unwrapped. Nothing for what an
+// INI file cannot hold: arrays, structures, object paths, signatures, descriptors.
+std::optional<QVariant> storable(const QVariant &value);
+
+// Whether D-Bus can carry the value.
+bool isSendable(const QVariant &value);
+
+// Equal once `target` is read as the stored value's type: after a restart the file gives back
+// "true" and "2" for true and 2.
+bool equal(const QVariant &stored, const QVariant &target);
+
+} // namespace settingvalue
