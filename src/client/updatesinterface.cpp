@@ -1,0 +1,35 @@
+#include "client/updatesinterface.h"
+
+#include "client/busnames.h"
+
+#include <QDBusConnection>
+#include <QDBusError>
+
+UpdatesInterface::UpdatesInterface(const QString &service, const QString &path, const QString &interfaceName,
+                                   QObject *parent)
+    : QDBusAbstractInterface(service, path, interfaceName.toLatin1().constData(),
+                             QDBusConnection::sessionBus(), parent)
+    , m_callable(isBusName(service) && isObjectPath(path))
+{
+}
+
+void UpdatesInterface::send(const QString &method, const QVariantList &arguments)
+{
+    if (m_callable)
+        connection().send(methodCall(method, arguments));
+}
+
+bool UpdatesInterface::callAndWait(const QString &method, const QVariantList &arguments)
+{
+    return m_callable && connection().call(methodCall(method, arguments), QDBus::Block).type() !=
+                             QDBusMessage::ErrorMessage;
+}
+
+QDBusMessage UpdatesInterface::methodCall(const QString &method, const QVariantList &arguments) const
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(service(), path(), interface(), method);
+    // A client that has just ended must not be started again by its own last fix.
+    call.setAutoStartService(false);
+    call.setArguments(arguments);
+    return call;
+}

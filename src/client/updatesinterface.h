@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QDBusAbstractInterface>
+#include <QDBusMessage>
+
+// A client's own object, as the daemon calls it. Its peer is never introspected: it may be hung,
+// inside a call to us, or have sent names that are none.
+class UpdatesInterface : public QDBusAbstractInterface
+{
+    Q_OBJECT
+public:
+    // Asks the bus, not the peer, who owns the name; isValid() says whether anybody does.
+    UpdatesInterface(const QString &service, const QString &path, const QString &interfaceName,
+                     QObject *parent);
+
+    // No reply is asked for, and nothing is said about a failure.
+    void send(const QString &method, const QVariantList &arguments);
+    // Blocks until the reply, an error or the bus library's default time-out. False after an error;
+    // what a reply holds does not matter.
+    bool callAndWait(const QString &method, const QVariantList &arguments);
+
+private:
+    QDBusMessage methodCall(const QString &method, const QVariantList &arguments) const;
+
+    bool m_callable; // both names are well-formed
+};
