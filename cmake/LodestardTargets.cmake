@@ -38,3 +38,22 @@ function(lodestard_add_test name)
     add_test(NAME ${name} COMMAND ${ARG_COMMAND} $<TARGET_FILE:${name}>)
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT})
 endfunction()
+
+# lodestard_add_e2e_test(<name> FILE <test_x.py> [TIMEOUT <seconds>] [BIND <path>...])
+# End-to-end tests of one file: the daemon just built, in one sandbox. BIND shows more of the host.
+function(lodestard_add_e2e_test name)
+    cmake_parse_arguments(ARG "" "FILE;TIMEOUT" "BIND" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 180)
+    endif()
+    set(binds)
+    foreach(path ${ARG_BIND})
+        list(APPEND binds --bind-ro ${path})
+    endforeach()
+    cmake_path(ABSOLUTE_PATH ARG_FILE BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+    add_test(NAME ${name}
+        COMMAND ${LODESTARD_PYTHON} ${PROJECT_SOURCE_DIR}/tests/support/run_e2e.py
+                --build ${PROJECT_BINARY_DIR} ${binds} ${ARG_FILE})
+    set_tests_properties(${name} PROPERTIES LABELS e2e TIMEOUT ${ARG_TIMEOUT}
+        ENVIRONMENT "LODESTARD_BINARY=$<TARGET_FILE:lodestard>;LODESTARD_SHIM=$<TARGET_FILE:failing-calls>;LODESTARD_SUPL_SERVER=${LODESTARD_DEFAULT_SUPL_SERVER}")
+endfunction()

@@ -1,0 +1,168 @@
+"""Private session and system buses, and connections to them."""
+
+import itertools
+import os
+import subprocess
+import threading
+import xml.sax.saxutils
+
+from gi.repository import Gio, GLib
+
+from harness.mailbox import DEADLINE, Mailbox
+
+_numbers = itertools.count(1)
+_loop_lock = threading.Lock()
+_loop = None
+
+SESSION_SERVICES = "/usr/share/dbus-1/services"
+# Helpers of a desktop that a test may need for real; everything else must be played by the test.
+ACTIVATABLE = ("ca.desrt.dconf.service",)
+
+_CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>{type}</type>
+  <keep_umask/>
+  <listen>unix:path={socket}</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>{services}</servicedir>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+{denials}
+  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">1000000000</limit>
+  <limit name="service_start_timeout">120000</limit>
+  <limit name="auth_timeout">240000</limit>
+  <limit name="max_completed_connections">100000</limit>
+  <limit name="max_connections_per_user">100000</limit>
+  <limit name="max_names_per_connection">50000</limit>
+  <limit name="max_match_rules_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+"""
+
+
+def start_loop():
+    """The one GLib loop, on a thread of its own: objects answer while a test is in a blocking call."""
+    global _loop
+    with _loop_lock:
+        if _loop is None:
+            _loop = GLib.MainLoop()
+            threading.Thread(target=_loop.run, name="glib", daemon=True).start()
+
+
+class Bus:
+    """A dbus-daemon of its own. `deny_own` lists names that nobody may take."""
+
+    def __init__(self, kind, deny_own=()):
+        self.kind = kind
+        start_loop()
+        self._directory = f"{os.environ['XDG_RUNTIME_DIR']}/{kind}-{next(_numbers)}"
+        services = f"{self._directory}/services"
+        os.makedirs(services, mode=0o700)
+        if kind == "session":
+            for name in ACTIVATABLE:
+                if os.path.exists(f"{SESSION_SERVICES}/{name}"):
+                    os.symlink(f"{SESSION_SERVICES}/{name}", f"{services}/{name}")
+        denials = "\n".join(f"    <deny own={xml.sax.saxutils.quoteattr(name)}/>" for name in deny_own)
+        config = f"{self._directory}/bus.conf"
+        with open(config, "w", encoding="utf-8") as file:
+            file.write(_CONFIG.format(type=kind, socket=f"{self._directory}/socket", services=services,
+                                      denials=denials))
+        self._connections = []
+        self._process = subprocess.Popen(
+            ["/usr/bin/dbus-daemon", f"--config-file={config}", "--nofork", "--nopidfile", "--print-address=1"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, start_new_session=True,
+            env={**os.environ, "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self._directory}/socket"})
+        self.address = self._process.stdout.readline().strip()
+        assert self.address, f"the {kind} bus does not start"
+
+    @property
+    def pid(self):
+        return self._process.pid
+
+    def connect(self):
+        """A connection of its own to this bus, closed with the bus at the latest."""
+        flags = Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION
+        connection = Gio.DBusConnection.new_for_address_sync(self.address, flags, None, None)
+        connection.set_exit_on_close(False)
+        self._connections.append(connection)
+        return connection
+
+    def call(self, connection, destination, path, interface, member, arguments=None, timeout=None):
+        """A blocking call; returns the tuple of results. D-Bus errors come as GLib.Error."""
+        result = connection.call_sync(destination, path, interface, member, arguments, None,
+                                      Gio.DBusCallFlags.NO_AUTO_START,
+                                      int(1000 * (DEADLINE if timeout is None else timeout)), None)
+        return result.unpack()
+
+    def own(self, connection, name):
+        (answer,) = self.call(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                              "RequestName", GLib.Variant("(su)", (name, 4)))
+        assert answer == 1, f"{name} is taken"
+
+    def owner_of(self, name):
+        """The unique name that owns `name`, or None."""
+        connection = self.connect()
+        try:
+            return self.call(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                             "GetNameOwner", GLib.Variant("(s)", (name,)))[0]
+        except GLib.Error:
+            return None
+        finally:
+            connection.close_sync(None)
+
+    def introspect(self, destination, path):
+        connection = self.connect()
+        (xml_text,) = self.call(connection, destination, path, "org.freedesktop.DBus.Introspectable", "Introspect")
+        return Gio.DBusNodeInfo.new_for_xml(xml_text)
+
+    def stop(self):
+        """Ends the bus as a crash would: at once, whoever is still connected."""
+        if self._process.poll() is None:
+            self._process.kill()
+        self._process.wait(DEADLINE)
+        self._process.stdout.close()
+        for connection in self._connections:
+            if not connection.is_closed():
+                connection.close(None, None, None)
+        self._connections.clear()
+
+
+class BusMonitor:
+    """Every message of a bus as a line of text, as dbus-monitor writes them."""
+
+    def __init__(self, bus):
+        self.lines = Mailbox(f"{bus.kind} bus monitor")
+        self._process = subprocess.Popen(["/usr/bin/stdbuf", "-oL", "/usr/bin/dbus-monitor", "--address", bus.address],
+                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
+        self._thread = threading.Thread(target=self._read, daemon=True)
+        self._thread.start()
+        self._ready(bus)
+
+    def _read(self):
+        for line in self._process.stdout:
+            self.lines.append(line.rstrip("\n"))
+        self.lines.close()
+
+    def _ready(self, bus):
+        # The monitor sees what is sent from now on once it has lost its own name.
+        self.lines.wait_for("member=NameLost")
+        bus.connect().close_sync(None)
+
+    def wait_call(self, member, **fields):
+        """Waits for a method call; fields as dbus-monitor prints them (destination, path, interface)."""
+        def wanted(line):
+            return line.startswith("method call") and f"member={member}" in line.split("; ")[-1] \
+                and all(f"{name}={value}" in line for name, value in fields.items())
+        return self.lines.wait_for(wanted)
+
+    def stop(self):
+        self._process.kill()
+        self._process.wait(DEADLINE)
+        self._thread.join(DEADLINE)
+        self._process.stdout.close()

@@ -1,0 +1,88 @@
+"""The sandbox's file tree: the daemon's fixed places, emptied before each test."""
+
+import configparser
+import os
+import shutil
+from pathlib import Path
+
+HOME = Path("/home/user")
+SMALL_HOME = Path("/home/tiny")  # a file system of 64 KiB
+DOCUMENTS = HOME / "MyDocs"
+LOGS = DOCUMENTS / "location_logs"
+OPERATOR_SETTINGS = Path("/etc/xdg/varn/location-settings.conf")
+SYSINFO = Path("/etc/lodestard/sysinfo")
+INTERNAL_GPS = "certs/ccc/pp/internal-gps-raw"
+EMPTIED = ("/home", "/tmp", "/run", "/var/lib", "/var/cache", "/etc/xdg/varn", "/etc/lodestard", "/sys")
+KEPT = (HOME, SMALL_HOME, Path("/run/user"), Path(os.environ.get("XDG_RUNTIME_DIR", "/run/user/1000")),
+        Path("/run/lock"))
+
+
+def clean_tree():
+    """Empties every writable place. Only ever called inside the sandbox."""
+    assert os.path.isdir("/.bin"), "this is not the sandbox: nothing is removed"
+    for directory in EMPTIED:
+        _empty(Path(directory))
+
+
+def _empty(directory):
+    for entry in os.scandir(directory):
+        path = Path(entry.path)
+        if entry.is_symlink() or not entry.is_dir():
+            path.unlink()
+        elif path in KEPT or os.path.ismount(path) or _holds_a_mount(path):
+            if os.access(path, os.W_OK):
+                _empty(path)
+        else:
+            os.chmod(path, 0o700)
+            shutil.rmtree(path)
+
+
+def _holds_a_mount(path):
+    """The checkout and the build may lie below /home or /tmp."""
+    with open("/proc/self/mounts", encoding="utf-8") as mounts:
+        return any(line.split()[1].startswith(f"{path}/") for line in mounts)
+
+
+def marker(name):
+    """Makes a developer marker file, "use_supl" for /home/user/.use_supl."""
+    path = HOME / f".{name}"
+    path.touch()
+    return path
+
+
+def sysinfo(key, value):
+    """Gives the system-information library a value; `key` with or without its leading slash."""
+    path = SYSINFO / key.lstrip("/")
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_bytes(value)
+
+
+def rd_mode(value=b"enabled"):
+    sysinfo("device/rd-mode", value)
+
+
+def settings_path(home=HOME):
+    return home / ".lodestard" / "private" / "location_settings"
+
+
+def write_settings(path, values):
+    """Writes a flat settings file; booleans as the daemon writes them."""
+    path.parent.mkdir(parents=True, exist_ok=True)
+    lines = [f"{key}={str(value).lower() if isinstance(value, bool) else value}" for key, value in values.items()]
+    path.write_text("[General]\n" + "\n".join(lines) + "\n", encoding="utf-8")
+
+
+def user_settings(**values):
+    write_settings(settings_path(), values)
+
+
+def operator_settings(**values):
+    write_settings(OPERATOR_SETTINGS, values)
+
+
+def read_settings(path=None):
+    """The stored keys and their texts as they stand in the file."""
+    parser = configparser.ConfigParser(interpolation=None, strict=True)
+    parser.optionxform = str
+    parser.read_string((path or settings_path()).read_text(encoding="utf-8"))
+    return dict(parser["General"]) if parser.has_section("General") else {}

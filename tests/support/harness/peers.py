@@ -1,0 +1,165 @@
+"""Services that the daemon expects on its buses, played with their real interfaces."""
+
+from gi.repository import Gio, GLib
+
+from harness.mailbox import Mailbox
+
+
+class Peer:
+    """A service on a bus of its own connection; `calls` records what it was asked, in order."""
+
+    def __init__(self, bus, name):
+        self.bus, self.name = bus, name
+        self.connection = bus.connect()
+        self.calls = Mailbox(name)
+        self.own()
+
+    def own(self):
+        self.bus.own(self.connection, self.name)
+
+    def export(self, path, xml):
+        for interface in Gio.DBusNodeInfo.new_for_xml(f"<node>{xml}</node>").interfaces:
+            self.connection.register_object(path, interface, self._called, None, None)
+
+    def _called(self, _connection, _sender, path, interface, method, parameters, invocation):
+        arguments = parameters.unpack()
+        self.calls.append((path, interface, method, arguments))
+        self.answer(path, interface, method, arguments, invocation)
+
+    def answer(self, path, interface, method, arguments, invocation):
+        invocation.return_value(None)
+
+    def emit(self, path, interface, signal, arguments=None):
+        """Broadcasts a signal and returns once the bus has it."""
+        self.connection.emit_signal(None, path, interface, signal, arguments)
+        self.connection.flush_sync(None)
+
+    def leave(self):
+        self.connection.close_sync(None)
+
+
+class FakeBluez(Peer):
+    """bluez 4 as far as lodestard uses it: a manager, an adapter and the devices it remembers."""
+
+    MANAGER, ADAPTER_INTERFACE = "org.bluez.Manager", "org.bluez.Adapter"
+
+    def __init__(self, bus, devices=(), adapter="/org/bluez/1234/hci0"):
+        self.devices = {device.upper() for device in devices}
+        self.adapter = adapter  # None: no adapter is plugged in
+        super().__init__(bus, "org.bluez")
+        self.export("/", f"""
+            <interface name="{self.MANAGER}">
+              <method name="DefaultAdapter"><arg type="o" direction="out"/></method>
+            </interface>""")
+        if adapter:
+            self.export(adapter, f"""
+                <interface name="{self.ADAPTER_INTERFACE}">
+                  <method name="FindDevice"><arg type="s" direction="in"/><arg type="o" direction="out"/></method>
+                  <method name="RequestSession"/>
+                  <method name="ReleaseSession"/>
+                  <signal name="DeviceRemoved"><arg type="o"/></signal>
+                </interface>""")
+
+    def device_path(self, address):
+        return f"{self.adapter}/dev_{address.upper().replace(':', '_')}"
+
+    def answer(self, path, interface, method, arguments, invocation):
+        if method == "DefaultAdapter":
+            if self.adapter:
+                invocation.return_value(GLib.Variant("(o)", (self.adapter,)))
+            else:
+                invocation.return_dbus_error("org.bluez.Error.NoSuchAdapter", "No such adapter")
+        elif method == "FindDevice":
+            if arguments[0].upper() in self.devices:
+                invocation.return_value(GLib.Variant("(o)", (self.device_path(arguments[0]),)))
+            else:
+                invocation.return_dbus_error("org.bluez.Error.DoesNotExist", "Does Not Exist")
+        else:
+            invocation.return_value(None)
+
+    def remove_device(self, address):
+        self.devices.discard(address.upper())
+        self.emit(self.adapter, self.ADAPTER_INTERFACE, "DeviceRemoved",
+                  GLib.Variant("(o)", (self.device_path(address),)))
+
+
+class FakeDeviceState(Peer):
+    """The device-state daemon, which announces that the device is about to be switched off."""
+
+    def __init__(self, bus):
+        super().__init__(bus, "com.varn.hallix")
+
+    def announce_shutdown(self):
+        self.emit("/com/varn/hallix/signal", "com.varn.hallix.signal", "shutdown_ind")
+
+
+class FakeBrisd(Peer):
+    """The sibling daemon's name. It is called without an interface name, which GLib's server side
+    does not dispatch: a BusMonitor sees the call."""
+
+    PATH = "/com/varn/location/brisd"
+
+    def __init__(self, bus):
+        super().__init__(bus, "com.varn.location.brisd")
+
+
+class FakeDialogs(Peer):
+    """The dialog service. Questions wait in `open` until the test answers them."""
+
+    NAME, PATH = "com.varn.location.ui", "/com/varn/location/ui"
+
+    def __init__(self, bus):
+        self.open = Mailbox("open dialogs")
+        super().__init__(bus, self.NAME)
+        self.export(self.PATH, f"""
+            <interface name="{self.NAME}">
+              <method name="privacyDialog"><arg type="b" direction="out"/></method>
+              <method name="locationRequest">
+                <arg type="i" direction="in"/><arg type="b" direction="in"/><arg type="s" direction="in"/>
+                <arg type="s" direction="in"/><arg type="i" direction="out"/>
+              </method>
+            </interface>""")
+        self.export("/org/sarnel/m", """<interface name="com.varn.MApplicationIf"><method name="exit"/></interface>""")
+
+    def answer(self, path, interface, method, arguments, invocation):
+        if method == "exit":
+            invocation.return_value(None)
+        else:
+            self.open.append((method, invocation))
+
+    def wait_question(self, method, after=0, timeout=None):
+        """The invocation of the next open question; answer it with accept() or refuse()."""
+        return self.open.wait_for(lambda item: item[0] == method, after=after, timeout=timeout)[1]
+
+    @staticmethod
+    def accept(invocation):
+        signature = "(b)" if invocation.get_method_name() == "privacyDialog" else "(i)"
+        invocation.return_value(GLib.Variant(signature, (True if signature == "(b)" else 1,)))
+
+    @staticmethod
+    def refuse(invocation):
+        signature = "(b)" if invocation.get_method_name() == "privacyDialog" else "(i)"
+        invocation.return_value(GLib.Variant(signature, (False if signature == "(b)" else 0,)))
+
+
+class SideChannelPeer(Peer):
+    """A process of the network-positioning stack: asks on the side channel and hears its broadcasts."""
+
+    NAME, PATH = "com.varn.lodestard.vesk", "/com/varn/lodestard/vesk"
+
+    def __init__(self, bus):
+        super().__init__(bus, "com.example.network.positioning")
+        self.positions = Mailbox("positionMessage")
+        self.settings = Mailbox("settingMessage")
+        for signal, mailbox in (("positionMessage", self.positions), ("settingMessage", self.settings)):
+            self.connection.signal_subscribe(
+                None, self.NAME, signal, self.PATH, None, Gio.DBusSignalFlags.NONE,
+                lambda _c, _s, _p, _i, _n, arguments, box=mailbox: box.append(arguments.unpack()))
+
+    def request(self, command):
+        """Sends a request; there is never a reply."""
+        message = Gio.DBusMessage.new_method_call(self.NAME, self.PATH, self.NAME, "request")
+        message.set_body(GLib.Variant("(i)", (command,)))
+        message.set_flags(Gio.DBusMessageFlags.NO_REPLY_EXPECTED)
+        self.connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
+        self.connection.flush_sync(None)
