@@ -1,0 +1,146 @@
+#pragma once
+
+#include "client/clientdbusserverif.h"
+#include "core/clientregistry.h"
+#include "core/fixdistribution.h"
+#include "core/methodselection.h"
+#include "core/sessionplan.h"
+#include "core/settingeffects.h"
+#include "core/supervision.h"
+#include "engine/orvcomm.h"
+#include "platform/clock.h"
+#include "platform/devicepaths.h"
+#include "settings/locationsecuresettingsif.h"
+
+#include <QGeoPositionInfo>
+#include <QGeoSatelliteInfo>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+#include <optional>
+
+class ClientDBusServer;
+class LocationSecureSettings;
+class SignalPipe;
+
+// Owns every component and is the only place where they meet. It holds no rule: it gathers what a
+// decision depends on, asks the value that decides, carries out the answer and logs.
+class PositionDaemon : public QObject, public ClientDBusServerIF, public LocationSecureSettingsIF
+{
+    Q_OBJECT
+public:
+    explicit PositionDaemon(const DevicePaths &paths = {}, const Clock &clock = Clock::system());
+    ~PositionDaemon() override;
+
+    // 0, or -1 when the daemon cannot serve; what it cannot live without ends the process.
+    int init();
+
+    // For the client service
+    int registerListener(const QString &service, const QString &path) override;
+    int configRequest(int id, int command, int method, int interval) override;
+    QGeoPositionInfo latestPosition(bool satelliteOnly) override;
+    quint32 supportedMethods() override;
+    quint32 minimumInterval() override; // ms
+    void prestartPositioning(bool satellite, bool nonSatellite) override;
+
+    // For the settings service: deletes the kinds of assistance data in the mask
+    void clearAssistanceData(int data) override;
+
+signals:
+    // A NetworkSetting code, and 1 for on or 0 for off
+    void settingVESK(int setting, int enabled);
+
+public slots: // the order is part of the interface
+    void userSettingsChanged(QString key);
+    void onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &fix);
+    void onPositionUpdateSUPL(QGeoPositionInfo &fix);
+    void onSatellitesInView(QList<QGeoSatelliteInfo> &satellites);
+    void onSatellitesInUse(QList<QGeoSatelliteInfo> &satellites);
+    void onGNSSStateUpdated(ORVComm::GNSSState state);
+    void onUpdateTimeoutGNSS(quint16 sessionId);
+    void onSigUsr1();
+    void onClientDisconnected(int id);
+    void onOrvDisconnected();
+    void reconnectOrv();
+    void allowOrvClients();
+    void removePrestartClient();
+
+private:
+    // init(), one step each, in init()'s order
+    void checkSingleInstance();
+    void initStatusKeys();
+    void initSettings();
+    bool initSettingsService();
+    void initEngineLink();
+    void initNetworkAdapter();
+    void initGypsy();
+    bool initClientService();
+    bool initSideChannel();
+    void initContext();
+    void initSignals();
+    void startBrisd();
+
+    // settings
+    QVariant setting(QLatin1StringView key);
+    void updateMethodAvailability();
+    void sendSuplSettings();
+    void stopSatelliteSessions();
+
+    // clients
+    void addPrestartClient(bool sat, bool nonsat);
+    int removeClient(int id);
+
+    // sessions
+    void assignClients();
+    void assignClient(ClientApp &client);
+    MethodInputs currentInputs();
+    quint32 effectiveMethods(quint32 requested);
+    bool isExternalReceiverKnown();
+    void startSessions(ClientApp &client, quint32 methods);
+    void stopSessions(ClientApp &client, quint32 methods);
+    void modifySessions(ClientApp &client);
+    void endSatelliteSession(ClientApp &client);
+    void startGNSS(int id, int interval);
+    void setGNSSInterval(int id, int interval);
+    void stopGNSS(int id);
+    ORVComm *engineFor(SatelliteRequest request) const;
+
+    // fixes
+    void deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source);
+    void serveFreeFixClients(QGeoPositionInfo &fix, FixSource source);
+
+    // Answers that hold for a whole plan: asked for once, however many clients there are.
+    struct PlanCache {
+        std::optional<bool> satelliteClientStarted;
+        std::optional<bool> externalReceiverKnown;
+    };
+
+    // The objects on the bus come first: adaptors are their children, and members die in reverse order.
+    QObject m_clientHost;
+    QObject m_settingsHost;
+    std::unique_ptr<ORVComm> orvComm; // none when the internal GPS is disabled
+    std::unique_ptr<ClientDBusServer> clientServer;
+    std::unique_ptr<LocationSecureSettings> secureSettings;
+    std::unique_ptr<SignalPipe> m_signalPipe;
+    ClientRegistry m_registry;
+    SettingFlags m_flags;
+    RespawnGuard m_respawns;
+    ReconnectBackoff m_backoff;
+    QTimer m_allowTimer;     // to allowOrvClients()
+    QTimer m_reconnectTimer; // to reconnectOrv()
+    ReceiverState receiverState = ReceiverState::Idle;
+    NetworkState nonsatelliteState = NetworkState::None;
+    QGeoPositionInfo m_latestSatelliteFix;
+    QGeoPositionInfo m_latestNetworkFix;
+    bool initDone = false;
+    bool orvClientsBlocked = false; // while true, no request reaches the engine
+    bool assigning = false;
+    bool m_planAgain = false; // a setting changed inside a plan
+    PlanCache m_planCache;
+    quint32 availableMethods = 0;
+    QString clientInterface;
+    QString externalAddress;
+    DevicePaths m_paths;
+    const Clock &m_clock;
+};

@@ -1,0 +1,69 @@
+#include "client/clientapp.h"
+#include "core/positiondaemon.h"
+
+#include <QDebug>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto ReconnectDelay = 500ms;   // after the engine went away
+constexpr auto ReadyAgainDelay = 1000ms; // what an engine that came back needs before requests
+constexpr quint32 AllAssistanceData = 0x11111111;
+
+} // namespace
+
+void PositionDaemon::onGNSSStateUpdated(ORVComm::GNSSState state)
+{
+    const ReceiverReport report = engineReport(state);
+    qDebug("GNSS mode: %s", report.name);
+    receiverState = report.state;
+    // A report that a plan itself causes must not start another one.
+    if (!assigning)
+        assignClients();
+}
+
+void PositionDaemon::onSigUsr1()
+{
+    if (!orvComm)
+        return;
+    qDebug("Deleting all GPS assistance data.");
+    orvComm->deleteAssistanceData(AllAssistanceData);
+}
+
+void PositionDaemon::onOrvDisconnected()
+{
+    if (m_respawns.tooFrequent(m_clock.secondsSinceEpoch()))
+        qFatal("PositionDaemon::%s Too frequent respawns from ORV - exiting", __func__);
+    orvClientsBlocked = true;
+    m_allowTimer.stop();
+    m_registry.forEach([this](ClientApp &client) {
+        client.setGnssActive(false); // the engine has forgotten all satellite sessions
+        if (!m_flags.veskInUse)
+            client.setSuplActive(false); // network positions came through the engine too
+    });
+    m_reconnectTimer.start(ReconnectDelay);
+}
+
+void PositionDaemon::reconnectOrv()
+{
+    if (!orvComm)
+        return;
+    if (orvComm->init() != -1) {
+        m_backoff.succeeded();
+        m_allowTimer.start(ReadyAgainDelay);
+        return;
+    }
+    m_allowTimer.stop();
+    qWarning("lodestard: ORVComm reconnection failed.");
+    const int delay = m_backoff.failed();
+    qDebug() << "lodestard: Trying to reconnect after" << delay / 1000 << "s";
+    m_reconnectTimer.start(delay);
+}
+
+void PositionDaemon::allowOrvClients()
+{
+    orvClientsBlocked = false;
+    sendSuplSettings();
+    assignClients();
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QtGlobal>
+
+// What runs for a client now.
+struct ServiceState {
+    bool stopped = true;
+    bool actGNSS = false;
+    bool actSUPL = false;
+    bool modified = false;
+    bool satelliteInfo = false;
+};
+
+struct StopPlan {
+    bool gnss = false;
+    bool supl = false;
+    bool networkCleared = false; // no network session counts as running any more
+
+    bool operator==(const StopPlan &) const = default;
+};
+
+struct ModifyPlan {
+    bool gnss = false;
+    bool supl = false;
+
+    bool operator==(const ModifyPlan &) const = default;
+};
+
+struct StartPlan {
+    bool nothingAvailable = false;
+    bool tellClient = false; // with one empty position
+    bool gnss = false;
+    bool supl = false;
+
+    bool operator==(const StartPlan &) const = default;
+};
+
+// A stopped client loses its sessions whatever the mask says.
+StopPlan planStop(const ServiceState &client, quint32 methodsToStop);
+ModifyPlan planModify(const ServiceState &client);
+StartPlan planStart(const ServiceState &client, quint32 methods);
+
+// Network positioning of all clients together.
+enum class NetworkState { None = 0, Running = 1, Fix = 2 };
+
+// Who carries out a client's satellite request.
+enum class SatelliteRequest { Start, ChangeInterval, Stop };
+enum class SatelliteRoute { Nobody, Engine, ExternalReceiver };
+SatelliteRoute routeOf(SatelliteRequest request, bool internalGps, bool internalGpsDisabled);
