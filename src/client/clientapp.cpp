@@ -190,7 +190,7 @@ int ClientApp::connectClient()
         return -1;
     }
     callbackInterface = new UpdatesInterface(service, path, interfaceName, this);
-    if (!callbackInterface->isValid()) {
+    if (!callbackInterface->isReachable()) {
         qCritical("ClientApp::connectClient() failed.");
         logBusError();
         return -1;

@@ -7,9 +7,8 @@
 #include <QtEndian>
 
 #include <array>
-#include <bit>
 #include <cstdint>
-#include <span>
+#include <utility>
 
 namespace {
 
@@ -32,19 +31,12 @@ class Writer
 public:
     explicit Writer(qsizetype expected) { m_bytes.reserve(expected); }
 
-    void put(quint32 value)
+    template <typename T>
+    void put(T value)
     {
         std::array<char, sizeof value> raw;
         qToBigEndian(value, raw.data());
-        m_bytes.append(raw.data(), raw.size());
-    }
-    void put(qint32 value) { put(std::bit_cast<quint32>(value)); }
-    void put(qint8 value) { m_bytes.append(char(value)); }
-    void put(double value)
-    {
-        std::array<char, sizeof value> raw;
-        qToBigEndian(std::bit_cast<quint64>(value), raw.data());
-        m_bytes.append(raw.data(), raw.size());
+        m_bytes.append(raw.data(), qsizetype(raw.size()));
     }
     template <typename Info, typename Codes>
     void putAttributes(const Info &info, const Codes &codes)

@@ -3,7 +3,7 @@
 #include "client/busnames.h"
 
 #include <QDBusConnection>
-#include <QDBusError>
+#include <QDBusConnectionInterface>
 
 UpdatesInterface::UpdatesInterface(const QString &service, const QString &path, const QString &interfaceName,
                                    QObject *parent)
@@ -11,6 +11,9 @@ UpdatesInterface::UpdatesInterface(const QString &service, const QString &path, 
                              QDBusConnection::sessionBus(), parent)
     , m_callable(isBusName(service) && isObjectPath(path))
 {
+    // Qt keeps the bus's refusal to itself. Asked plainly, it becomes the connection's last error.
+    if (!isReachable())
+        connection().interface()->serviceOwner(service);
 }
 
 void UpdatesInterface::send(const QString &method, const QVariantList &arguments)

@@ -9,9 +9,12 @@ class UpdatesInterface : public QDBusAbstractInterface
 {
     Q_OBJECT
 public:
-    // Asks the bus, not the peer, who owns the name; isValid() says whether anybody does.
     UpdatesInterface(const QString &service, const QString &path, const QString &interfaceName,
                      QObject *parent);
+
+    // Whether both names are well-formed and the service had an owner when the bus (not the peer) was
+    // asked. If not, the session bus's last error tells why, where the bus had a say.
+    bool isReachable() const { return m_callable && isValid(); }
 
     // No reply is asked for, and nothing is said about a failure.
     void send(const QString &method, const QVariantList &arguments);

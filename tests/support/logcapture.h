@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QMutex>
+#include <QMutexLocker>
+#include <QStringList>
+#include <QtMessageHandler>
+
+// Takes every log line of the process while it lives, as "debug: text", "warning: text", ...
+// One at a time: it is the process's message handler.
+class LogCapture
+{
+public:
+    LogCapture()
+    {
+        s_current = this;
+        m_previous = qInstallMessageHandler(&LogCapture::take);
+    }
+    ~LogCapture()
+    {
+        qInstallMessageHandler(m_previous);
+        s_current = nullptr;
+    }
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
+
+    // The lines so far; they are forgotten.
+    QStringList takeLines()
+    {
+        const QMutexLocker lock(&m_mutex);
+        return std::exchange(m_lines, {});
+    }
+
+private:
+    static void take(QtMsgType type, const QMessageLogContext &, const QString &text)
+    {
+        const QMutexLocker lock(&s_current->m_mutex);
+        s_current->m_lines.append(levelName(type) + text);
+    }
+    static QString levelName(QtMsgType type)
+    {
+        switch (type) {
+        case QtDebugMsg:
+            return QStringLiteral("debug: ");
+        case QtInfoMsg:
+            return QStringLiteral("info: ");
+        case QtWarningMsg:
+            return QStringLiteral("warning: ");
+        case QtCriticalMsg:
+            return QStringLiteral("critical: ");
+        case QtFatalMsg:
+            return QStringLiteral("fatal: ");
+        }
+        return {};
+    }
+
+    static inline LogCapture *s_current = nullptr;
+    QtMessageHandler m_previous = nullptr;
+    QMutex m_mutex; // the bus thread logs too
+    QStringList m_lines;
+};
