@@ -1,6 +1,7 @@
 #include "engine/enginesidecodec.h"
 
 #include "engine/layout.h"
+#include "engine/messagereader.h"
 
 #include <algorithm>
 #include <limits>
@@ -71,7 +72,10 @@ QByteArray bigEndian(QStringView text)
 namespace engineside {
 std::optional<Request> readRequest(PacketView packet)
 {
-    switch (MessageId{packet.get(layout::header::id)}) {
+    const auto header = wire::readHeader(packet);
+    if (!header)
+        return std::nullopt;
+    switch (MessageId{header->id}) {
     case MessageId::GnssRequest:
         return readGnssRequest(packet);
     case MessageId::SuplRequest:

@@ -14,7 +14,7 @@ void setAttribute(QGeoPositionInfo &info, QGeoPositionInfo::Attribute attribute,
     info.setAttribute(attribute, static_cast<float>(value));
 }
 
-// Sums like the 32-bit registers of the engine: two's complement, never undefined.
+// Two's complement: an absurd uncertainty gives an absurd sum, not undefined behaviour.
 qint32 wrappingSum(qint32 a, qint32 b)
 {
     return qint32(quint32(a) + quint32(b));
@@ -36,7 +36,7 @@ void applyPosition(const PositionBlock &block, QGeoPositionInfo &info, RawFix *r
     const double longitude = block.longitude * unit::angle32;
     const double altitude = block.altitude * unit::halfMetre + block.geoid * unit::halfMetre;
 
-    // The mean of the two half axes, scaled to the error that clients expect.
+    // Both half axes of the error ellipse together, times a fixed factor, are the radius that clients know.
     constexpr double ellipseFactor = 0.7572;
     info.setCoordinate(QGeoCoordinate(latitude, longitude, altitude));
     setAttribute(info, QGeoPositionInfo::HorizontalAccuracy,
@@ -79,6 +79,18 @@ void applyTime(const TimeBlock &block, RawFix &raw)
     raw.mseconds = block.milliseconds;
 }
 
+bool hasSignal(const SatelliteRecord &record)
+{
+    return record.cno != layout::satellite::cnoUnknown &&
+           (record.cno >> unit::carrierToNoiseFractionBits) > 0;
+}
+
+bool isInView(const SatelliteRecord &record)
+{
+    using namespace layout::satellite;
+    return hasSignal(record) || (record.elevation != elevationUnknown && record.azimuth != azimuthUnknown);
+}
+
 QGeoSatelliteInfo satellite(const SatelliteRecord &record)
 {
     using namespace layout::satellite;
@@ -96,12 +108,6 @@ QGeoSatelliteInfo satellite(const SatelliteRecord &record)
     return info;
 }
 
-bool isInView(const QGeoSatelliteInfo &satellite)
-{
-    return satellite.signalStrength() > 0 || (satellite.hasAttribute(QGeoSatelliteInfo::Elevation) &&
-                                              satellite.hasAttribute(QGeoSatelliteInfo::Azimuth));
-}
-
 int splitSatellites(const SatelliteRecords &records, QList<QGeoSatelliteInfo> &inView,
                     QList<QGeoSatelliteInfo> &inUse)
 {
@@ -109,11 +115,11 @@ int splitSatellites(const SatelliteRecords &records, QList<QGeoSatelliteInfo> &i
     inUse.clear();
     int withSignal = 0;
     for (const SatelliteRecord &record : records) {
-        const auto info = satellite(record);
-        if (info.signalStrength() > 0)
+        if (hasSignal(record))
             ++withSignal;
-        if (!isInView(info))
+        if (!isInView(record))
             continue;
+        const auto info = satellite(record);
         inView.append(info);
         if (record.used == layout::satellite::usedInFix)
             inUse.append(info);

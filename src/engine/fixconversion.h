@@ -37,9 +37,10 @@ void applyPosition(const PositionBlock &block, QGeoPositionInfo &info, RawFix *r
 void applyVelocity(const VelocityBlock &block, QGeoPositionInfo &info, RawFix *raw);
 void applyTime(const TimeBlock &block, RawFix &raw);
 
+// In view: where the satellite stands is known, or it is heard.
+bool hasSignal(const SatelliteRecord &record);
+bool isInView(const SatelliteRecord &record);
 QGeoSatelliteInfo satellite(const SatelliteRecord &record);
-// In view: where it stands is known, or it is heard.
-bool isInView(const QGeoSatelliteInfo &satellite);
 
 // Fills both lists anew; returns how many satellites have a signal above 0.
 int splitSatellites(const SatelliteRecords &records, QList<QGeoSatelliteInfo> &inView,
