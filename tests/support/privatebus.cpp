@@ -1,0 +1,61 @@
+#include "support/privatebus.h"
+
+#include <QFile>
+
+#include <csignal>
+
+#include <sys/prctl.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int StartTimeoutMs = 30000;
+
+constexpr const char *Configuration =
+    R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:dir=%1</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+    <allow user="*"/>
+  </policy>
+</busconfig>
+)";
+
+} // namespace
+
+PrivateBus::PrivateBus()
+{
+    const QString path = m_directory.filePath(u"bus.conf"_s);
+    QFile configuration(path);
+    if (!configuration.open(QIODevice::WriteOnly))
+        qFatal("Cannot write %s", qUtf8Printable(path));
+    configuration.write(QString::fromLatin1(Configuration).arg(m_directory.path()).toUtf8());
+    configuration.close();
+
+    m_daemon.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    m_daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_daemon.start(u"dbus-daemon"_s, {u"--config-file="_s + path, u"--nofork"_s, u"--print-address=1"_s});
+    while (!m_daemon.canReadLine()) {
+        if (!m_daemon.waitForReadyRead(StartTimeoutMs))
+            qFatal("dbus-daemon does not start: %s", qUtf8Printable(m_daemon.errorString()));
+    }
+    m_address = m_daemon.readLine().trimmed();
+}
+
+PrivateBus::~PrivateBus()
+{
+    m_daemon.kill();
+    m_daemon.waitForFinished();
+}
+
+PrivateBuses::PrivateBuses()
+{
+    qputenv("DBUS_SESSION_BUS_ADDRESS", session.address());
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", system.address());
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QTemporaryDir>
+
+// A message bus of the test's own, which starts with the object and ends with it (or with the
+// test, should that crash). Every name may be owned and every message sent; nothing is activated.
+class PrivateBus
+{
+public:
+    PrivateBus(); // fatal when the bus does not start
+    ~PrivateBus();
+    PrivateBus(const PrivateBus &) = delete;
+    PrivateBus &operator=(const PrivateBus &) = delete;
+
+    QByteArray address() const { return m_address; }
+
+private:
+    QTemporaryDir m_directory;
+    QProcess m_daemon;
+    QByteArray m_address;
+};
+
+// A session and a system bus, which the process's environment names from now on. Make it before
+// anything asks QDBusConnection for either.
+class PrivateBuses
+{
+public:
+    PrivateBuses();
+
+    PrivateBus session;
+    PrivateBus system;
+};
+
+// In place of QTEST_GUILESS_MAIN, for tests with buses of their own.
+#define PRIVATE_BUS_TEST_MAIN(TestObject)                                                                    \
+    int main(int argc, char *argv[])                                                                         \
+    {                                                                                                        \
+        const PrivateBuses buses;                                                                            \
+        QCoreApplication application(argc, argv);                                                            \
+        TestObject test;                                                                                     \
+        return QTest::qExec(&test, argc, argv);                                                              \
+    }
