@@ -1,0 +1,150 @@
+#include "orvd-gpsd/epochassembler.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace orvdgpsd {
+namespace {
+bool holdsAll(const SkyReport &larger, const SkyReport &smaller)
+{
+    return std::ranges::all_of(smaller.satellites, [&larger](const Satellite &satellite) {
+        return std::ranges::find(larger.satellites, satellite.prn, &Satellite::prn) !=
+               larger.satellites.end();
+    });
+}
+
+// gpsd sends a sky anew each time the receiver has added to it.
+bool growsFrom(const SkyReport &later, const SkyReport &earlier)
+{
+    if (later.time || earlier.time)
+        return later.time == earlier.time;
+    return later.satellites.size() > earlier.satellites.size() && holdsAll(later, earlier);
+}
+
+const SkyReport &fuller(const SkyReport &later, const SkyReport &earlier)
+{
+    return later.satellites.size() >= earlier.satellites.size() ? later : earlier;
+}
+} // namespace
+
+std::optional<Epoch> EpochAssembler::add(const FixReport &report)
+{
+    m_late = false;
+    m_fixSeen = report.hasFix;
+    if (!m_open && isLate(report)) {
+        m_late = report.knownFields() > m_doneFields;
+        return std::nullopt;
+    }
+    std::optional<Epoch> done;
+    if (m_open && !belongs(report))
+        done = closeForNext();
+    join(report);
+    return done;
+}
+
+std::optional<Epoch> EpochAssembler::add(const SkyReport &report)
+{
+    m_late = false;
+    std::optional<Epoch> done;
+    if (!m_open) {
+        const bool grows = m_leading && growsFrom(report, *m_leading);
+        if (m_leading && !grows && !m_fixSeen)
+            done = Epoch{std::nullopt, std::move(m_leading)};
+        m_leading = grows ? fuller(report, *m_leading) : report;
+    } else if (startsNewSky(report)) {
+        done = close(m_trailing ? std::exchange(m_trailing, std::nullopt) : m_sky);
+        m_leading = report;
+    } else if (m_trailing && growsFrom(report, *m_trailing)) {
+        m_trailing = fuller(report, *m_trailing);
+    } else {
+        if (m_trailing)
+            m_sky = std::move(m_trailing);
+        m_trailing = report;
+    }
+    return done;
+}
+
+std::optional<Epoch> EpochAssembler::end(Ending ending)
+{
+    m_late = false;
+    std::optional<Epoch> done;
+    if (m_open) {
+        if (m_fix && (m_sky || m_trailing))
+            m_skyTrails = m_trailing.has_value();
+        done = close(m_trailing ? std::exchange(m_trailing, std::nullopt) : std::move(m_sky));
+    } else if (m_leading && (!m_fixSeen || ending == Ending::EndOfStream)) {
+        // While there is a fix the sky can wait for the next one; without, it is all there is to say.
+        done = Epoch{std::nullopt, std::exchange(m_leading, std::nullopt)};
+    }
+    return done;
+}
+
+// Whether a report is one more of the open epoch.
+bool EpochAssembler::belongs(const FixReport &report) const
+{
+    if (m_time && report.time)
+        return *m_time == *report.time;
+    if (m_time)
+        return false;
+    return report.hasFix == m_fix.has_value(); // the time has just become known, or is not known yet
+}
+
+bool EpochAssembler::isLate(const FixReport &report) const
+{
+    return report.time && report.time == m_doneTime && (m_doneFix || !report.hasFix);
+}
+
+// Without a fix nothing but the sky itself tells one epoch from the next.
+bool EpochAssembler::startsNewSky(const SkyReport &report) const
+{
+    if (m_fix)
+        return false;
+    return m_trailing ? !growsFrom(report, *m_trailing) : m_sky.has_value();
+}
+
+void EpochAssembler::join(const FixReport &report)
+{
+    m_open = true;
+    for (auto *sky : {&m_leading, &m_trailing}) {
+        if (*sky) {
+            m_sky = std::exchange(*sky, std::nullopt);
+            m_skyLeads = true;
+        }
+    }
+    const bool timeBecomesKnown = report.time && !m_time;
+    if (report.time)
+        m_time = report.time;
+    if (!report.hasFix)
+        return;
+    // Of two that know equally much the later one is taken; one without a time gives way to any with.
+    if (!m_fix || timeBecomesKnown || report.knownFields() >= m_fix->knownFields())
+        m_fix = report;
+}
+
+bool EpochAssembler::followsItsFix(const SkyReport &report) const
+{
+    return report.time && m_time ? *report.time <= *m_time : m_skyTrails;
+}
+
+Epoch EpochAssembler::close(std::optional<SkyReport> sky)
+{
+    Epoch epoch{std::exchange(m_fix, std::nullopt), std::move(sky)};
+    m_doneTime = std::exchange(m_time, std::nullopt);
+    m_doneFix = epoch.fix.has_value();
+    m_doneFields = epoch.fix ? epoch.fix->knownFields() : 0;
+    m_sky.reset();
+    m_open = false;
+    return epoch;
+}
+
+Epoch EpochAssembler::closeForNext()
+{
+    // No sky ever came before a fix: this receiver sends it last.
+    if (m_fix && m_trailing && !m_sky && !m_trailing->time && !m_skyLeads)
+        m_skyTrails = true;
+    if (m_trailing && followsItsFix(*m_trailing))
+        m_sky = std::exchange(m_trailing, std::nullopt);
+    m_leading = std::exchange(m_trailing, std::nullopt);
+    return close(std::exchange(m_sky, std::nullopt));
+}
+} // namespace orvdgpsd

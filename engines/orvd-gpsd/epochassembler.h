@@ -1,0 +1,55 @@
+#pragma once
+
+#include "orvd-gpsd/reports.h"
+
+// Joins the reports of one epoch, however many gpsd makes of it, into one. gpsd names no end of an
+// epoch, so it ends when a report of the next one arrives, or when the caller says so: after a while
+// of silence, or at the end of the stream. Every epoch comes out once; a report of an epoch that has
+// come out already is dropped.
+//
+// A fix can come before the receiver knows the time: such reports belong to the first epoch with a
+// time that follows them, or are an epoch of their own when none does.
+//
+// Satellites come before the fix they belong to, between two reports of it, or after it, depending on
+// the receiver, often without a time. Each sky goes to the epoch it stands in; one that stands
+// between two epochs goes by its time, else by the order that this receiver keeps.
+namespace orvdgpsd {
+class EpochAssembler
+{
+public:
+    enum class Ending { Silence, EndOfStream };
+
+    // Both give the epoch that this report ended.
+    [[nodiscard]] std::optional<Epoch> add(const FixReport &report);
+    [[nodiscard]] std::optional<Epoch> add(const SkyReport &report);
+    [[nodiscard]] std::optional<Epoch> end(Ending ending);
+
+    bool isPending() const { return m_open || (m_leading && !m_fixSeen); } // end() would give something
+    // The last report came after its epoch had come out, and knew more: the silence was too short.
+    bool wasLate() const { return m_late; }
+
+private:
+    bool belongs(const FixReport &report) const;
+    bool isLate(const FixReport &report) const;
+    bool startsNewSky(const SkyReport &report) const;
+    bool followsItsFix(const SkyReport &report) const;
+    void join(const FixReport &report);
+    Epoch close(std::optional<SkyReport> sky);
+    Epoch closeForNext();
+
+    bool m_open = false; // a report of the epoch has come
+    std::optional<ReceiverTime> m_time;
+    std::optional<FixReport> m_fix;
+    std::optional<SkyReport> m_sky;      // belongs to the open epoch
+    std::optional<SkyReport> m_trailing; // came after the open epoch's last report
+    std::optional<SkyReport> m_leading;  // waits for the epoch to come
+
+    std::optional<ReceiverTime> m_doneTime; // of the epoch that came out last
+    int m_doneFields = 0;
+    bool m_doneFix = false;
+    bool m_fixSeen = false;   // the last fix report had one
+    bool m_skyLeads = false;  // it has done otherwise at least once
+    bool m_skyTrails = false; // this receiver reports the sky after the fix
+    bool m_late = false;
+};
+} // namespace orvdgpsd
