@@ -7,12 +7,14 @@
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusServiceWatcher>
+#include <QFile>
 #include <QGeoCoordinate>
 #include <QGeoPositionInfo>
 #include <QGeoSatelliteInfo>
 #include <QLoggingCategory>
 #include <QSignalSpy>
 #include <QTest>
+#include <QXmlStreamReader>
 
 using namespace Qt::StringLiterals;
 
@@ -145,6 +147,35 @@ private slots:
             QVERIFY(call.isReplyRequired());
         }
         QVERIFY(!client.wasIntrospected());
+    }
+
+    void theCallsAreThoseOfTheDocument()
+    {
+        QFile file(QStringLiteral(LODESTARD_SOURCE_DIR "/docs/dbus/com.varn.qlocation.updates.xml"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QStringList written; // each method and its signature
+        QXmlStreamReader document(&file);
+        while (!document.atEnd()) {
+            if (document.readNext() != QXmlStreamReader::StartElement)
+                continue;
+            if (document.name() == u"method")
+                written.append(document.attributes().value(u"name"_s).toString() + u' ');
+            else if (document.name() == u"arg")
+                written.last() += document.attributes().value(u"type"_s);
+        }
+        QVERIFY2(!document.hasError(), qPrintable(document.errorString()));
+
+        FakeClient client;
+        ClientApp app(6000, client.service(), client.path(), Interface);
+        send(app, fixAt(60.1), Satellite);
+        app.satellitesInUseUpdate(oneSatellite());
+        app.satellitesInViewUpdate(oneSatellite());
+        app.currentSettings(255, 1000);
+        QTRY_COMPARE(client.callCount(), 4);
+        QStringList made;
+        for (const QDBusMessage &call : client.takeCalls())
+            made.append(call.member() + u' ' + call.signature());
+        QCOMPARE(made, written);
     }
 
     void callbacksArriveInTheOrderOfTheCalls()

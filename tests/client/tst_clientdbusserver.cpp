@@ -10,7 +10,6 @@
 #include <QGeoPositionInfo>
 #include <QMetaClassInfo>
 #include <QMetaMethod>
-#include <QProcess>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -211,17 +210,6 @@ private slots:
         QCOMPARE(ask(message).errorName(), u"org.freedesktop.DBus.Error.UnknownInterface"_s);
     }
 
-    void theDocumentIsWhatTheServiceOffers()
-    {
-        QCOMPARE(compareWith(u"com.varn.lodestard.client.xml"_s), u""_s);
-    }
-
-    void theComparisonTellsInterfacesApart()
-    {
-        const QString differences = compareWith(u"com.varn.qlocation.updates.xml"_s);
-        QVERIFY2(differences.contains(u"com.varn.qlocation.updates"), qPrintable(differences));
-    }
-
 private:
     QDBusMessage call(const QString &method, const QVariantList &arguments)
     {
@@ -238,22 +226,6 @@ private:
         if (!QTest::qWaitFor([&] { return pending.isFinished(); }, 10000))
             qFatal("no reply");
         return pending.reply();
-    }
-
-    // What the checker prints: nothing when the document and the live object agree.
-    QString compareWith(const QString &document)
-    {
-        QProcess checker;
-        checker.start(QStringLiteral(LODESTARD_PYTHON),
-                      {QStringLiteral(LODESTARD_SOURCE_DIR "/tests/support/introspection.py"),
-                       QStringLiteral(LODESTARD_SOURCE_DIR "/docs/dbus/") + document, Service, Path});
-        if (!QTest::qWaitFor([&] { return checker.state() == QProcess::NotRunning; }, 20000))
-            return u"the checker did not end"_s;
-        const QString output =
-            QString::fromUtf8(checker.readAllStandardOutput() + checker.readAllStandardError());
-        const bool agreed = checker.exitStatus() == QProcess::NormalExit && checker.exitCode() == 0;
-        return agreed == output.isEmpty() ? output
-                                          : u"exit code %1: %2"_s.arg(checker.exitCode()).arg(output);
     }
 
     std::unique_ptr<FakeHandler> m_handler;

@@ -2,9 +2,9 @@
 // commas, fail with EAGAIN; all others are the C library's.
 #include <cerrno>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <string>
 
-#include <dlfcn.h>
 #include <sys/types.h>
 
 namespace {
@@ -48,7 +48,8 @@ int chdir(const char *path) noexcept
 
 int socketpair(int domain, int type, int protocol, int descriptors[2]) noexcept
 {
-    return fails("socketpair") ? -1
-                               : next<int (*)(int, int, int, int *)>("socketpair")(domain, type, protocol, descriptors);
+    return fails("socketpair")
+               ? -1
+               : next<int (*)(int, int, int, int *)>("socketpair")(domain, type, protocol, descriptors);
 }
 }
