@@ -265,6 +265,19 @@ private slots:
         QCOMPARE(app.findChildren<QDBusAbstractInterface *>().size(), 1);
     }
 
+    void aClientWhoseNameAppearsLateIsServed()
+    {
+        ClientApp app(6010, u"com.varn.late"_s, u"/com/varn/maps"_s, Interface);
+        LogCapture log;
+        app.currentSettings(255, 1000);
+        QCOMPARE(log.takeLines().size(), 2);
+        FakeClient client(u"com.varn.late"_s);
+        app.currentSettings(255, 1000);
+        QCOMPARE(app.satellitesInUseUpdate({}), 0);
+        QCOMPARE(client.callCount(), 2);
+        QCOMPARE(log.takeLines(), QStringList());
+    }
+
     void aClientIsNeverStarted()
     {
         // The bus knows how to start this one, and would say why it could not.

@@ -1,12 +1,17 @@
 #include "client/clientdbusserver.h"
 #include "client/clientdbusserverif.h"
+#include "client/fixstream.h"
 #include "settings/locationsecuresettings.h"
 #include "settings/locationsecuresettingsif.h"
+#include "settings/settingstable.h"
 
 #include <QDBusConnection>
 #include <QFile>
+#include <QGeoCoordinate>
 #include <QGeoPositionInfo>
+#include <QGeoSatelliteInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -51,8 +56,8 @@ private slots:
     {
         QTest::addColumn<QString>("document");
         QTest::addColumn<QString>("path");
-        QTest::newRow("the client service") << u"com.varn.lodestard.client"_s << u"/client"_s;
-        QTest::newRow("the settings service") << u"com.varn.location.settings"_s << u"/settings"_s;
+        QTest::newRow("the client service") << u"dbus/com.varn.lodestard.client.xml"_s << u"/client"_s;
+        QTest::newRow("the settings service") << u"dbus/com.varn.location.settings.xml"_s << u"/settings"_s;
     }
     void theDocumentIsWhatTheObjectOffers()
     {
@@ -79,7 +84,7 @@ private slots:
             << u"only on the bus: method latestPosition in(b satelliteOnly) out(ay)"_s;
         QTest::newRow("a method too many") << u"</interface>"_s << u"<method name=\"more\"/></interface>"_s
                                            << u"only in the document: method more"_s;
-        const QString whole = read(u"com.varn.lodestard.client"_s);
+        const QString whole = read(u"dbus/com.varn.lodestard.client.xml"_s);
         const qsizetype last = whole.indexOf(u"<method name=\"prestartPositioning\""_s);
         QTest::newRow("a method too few") << whole.sliced(last, whole.indexOf(u"</interface>"_s) - last)
                                           << QString() << u"only on the bus: method prestartPositioning"_s;
@@ -94,22 +99,74 @@ private slots:
         QFETCH(QString, was);
         QFETCH(QString, is);
         QFETCH(QString, found);
-        QString document = read(u"com.varn.lodestard.client"_s);
+        QString document = read(u"dbus/com.varn.lodestard.client.xml"_s);
         QVERIFY(document.contains(was));
         document.replace(was, is);
         const QString output = check(document, u"/client"_s);
         QVERIFY2(output.startsWith(u"exit code 1: ") && output.contains(found), qPrintable(output));
     }
 
-private:
-    static QString documentPath(const QString &name)
+    void theSettingsTableIsTheDocumentedOne()
     {
-        return QStringLiteral(LODESTARD_SOURCE_DIR "/docs/dbus/") + name + u".xml"_s;
+        static const QRegularExpression row(
+            u"^\\| `(\\w+)` \\| (\\w+) \\| ([^|]+) \\| (read|read, write) \\|$"_s,
+            QRegularExpression::MultilineOption);
+        auto rows = row.globalMatch(read(u"dbus.md"_s));
+        for (const SettingDefinition &definition : settingDefinitions()) {
+            QVERIFY2(rows.hasNext(), qPrintable(definition.key));
+            const auto match = rows.next();
+            QCOMPARE(match.captured(1), definition.key);
+            const QString type = QString::fromLatin1(definition.defaultValue.metaType().name());
+            QCOMPARE(match.captured(2), type == u"QString" ? u"string"_s : type);
+            QCOMPARE(match.captured(4), definition.userWritable ? u"read, write"_s : u"read"_s);
+            // The server's name is a build option, and the product decides about the internal receiver.
+            if (definition.key.endsWith(u"SuplServer") || definition.key == u"InternalGpsDisabled")
+                continue;
+            const QString text = definition.defaultValue.toString();
+            QCOMPARE(match.captured(3), text.isEmpty() ? u"empty"_s : text);
+        }
+        QVERIFY(!rows.hasNext());
     }
 
+    void theWorkedExamplesAreRight()
+    {
+        // Blocks of hex lines, each with its explanation behind two blanks or more.
+        static const QRegularExpression block(u"^```\\n((?:[0-9A-F]{2} [^`]+\\n)+)```$"_s,
+                                              QRegularExpression::MultilineOption);
+        static const QRegularExpression octets(u"^(?:[0-9A-F]{2} {1,2})+"_s,
+                                               QRegularExpression::MultilineOption);
+        QList<QByteArray> examples;
+        for (const auto &example : block.globalMatch(read(u"dbus.md"_s))) {
+            QByteArray hex;
+            for (const auto &line : octets.globalMatch(example.captured(1)))
+                hex += line.captured(0).toLatin1();
+            examples.append(QByteArray::fromHex(hex));
+        }
+        QCOMPARE(examples.size(), 2);
+
+        const auto fix = FixStream::readFix(examples[0]);
+        QVERIFY(fix);
+        QCOMPARE(fix->timestamp(), QDateTime(QDate(2011, 9, 21), QTime(12, 34, 56, 789)));
+        QCOMPARE(fix->coordinate(), QGeoCoordinate(60.169856, 24.938379, 25.5));
+        QCOMPARE(fix->attribute(QGeoPositionInfo::Direction), 271.25);
+        QCOMPARE(fix->attribute(QGeoPositionInfo::GroundSpeed), double(1.4F));
+        QCOMPARE(fix->attribute(QGeoPositionInfo::HorizontalAccuracy), double(11.358F));
+
+        const auto satellites = FixStream::readSatellites(examples[1]);
+        QVERIFY(satellites);
+        QCOMPARE(satellites->size(), 2);
+        QCOMPARE(satellites->at(0).satelliteIdentifier(), 7);
+        QCOMPARE(satellites->at(0).signalStrength(), 42);
+        QCOMPARE(satellites->at(0).attribute(QGeoSatelliteInfo::Elevation), 63.0);
+        QCOMPARE(satellites->at(0).attribute(QGeoSatelliteInfo::Azimuth), 311.5);
+        QCOMPARE(satellites->at(1).satelliteIdentifier(), 32);
+        QCOMPARE(satellites->at(1).signalStrength(), -1);
+    }
+
+private:
     static QString read(const QString &name)
     {
-        QFile file(documentPath(name));
+        QFile file(QStringLiteral(LODESTARD_SOURCE_DIR "/docs/") + name);
         if (!file.open(QIODevice::ReadOnly))
             qFatal("no such document");
         return QString::fromUtf8(file.readAll());
