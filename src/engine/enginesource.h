@@ -10,7 +10,7 @@ enum class EngineSource { Real, Test };
 // What a developer asked for. A marker file beats the environment, and the real engine's marker
 // beats the test engine's.
 struct EngineSourceWishes {
-    QByteArray environmentValue; // of POSITIONING_SOURCE, empty when not set
+    QByteArray environmentValue{}; // of POSITIONING_SOURCE, empty when not set
     bool fakeMarker = false;
     bool realMarker = false;
 };

@@ -101,11 +101,11 @@ void MsgSockClient::shutdown()
     emit connectionLost(); // the last step: a receiver may connect anew
 }
 
-void MsgSockClient::inMessage(int socket)
+void MsgSockClient::inMessage(int)
 {
     // A whole message or nothing: the socket keeps the boundaries.
     std::array<std::byte, layout::longestMessage> buffer;
-    const ssize_t count = ::recv(socket, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    const ssize_t count = ::recv(fd.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (count > 0) {
         m_received = std::span(buffer).first(std::size_t(count));
         emit messageReceived(reinterpret_cast<const char *>(buffer.data()));

@@ -39,7 +39,7 @@ signals: // the order is part of the interface
     void connectionLost();
 
 private slots:
-    void inMessage(int socket);
+    void inMessage(int);
 
 private:
     std::unique_ptr<QSocketNotifier> notifier; // null while not connected

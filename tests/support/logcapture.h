@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QtMessageHandler>
 
+#include <utility>
+
 // Takes every log line of the process while it lives, as "debug: text", "warning: text", ...
 // One at a time: it is the process's message handler.
 class LogCapture
@@ -23,7 +25,13 @@ public:
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
-    // The lines so far; they are forgotten.
+    // The lines so far.
+    QStringList lines() const
+    {
+        const QMutexLocker lock(&m_mutex);
+        return m_lines;
+    }
+    // The same, and they are forgotten.
     QStringList takeLines()
     {
         const QMutexLocker lock(&m_mutex);
@@ -55,6 +63,6 @@ private:
 
     static inline LogCapture *s_current = nullptr;
     QtMessageHandler m_previous = nullptr;
-    QMutex m_mutex; // the bus thread logs too
+    mutable QMutex m_mutex; // the bus thread logs too
     QStringList m_lines;
 };
