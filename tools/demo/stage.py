@@ -1,0 +1,114 @@
+"""The demo inside the sandbox: buses, engine, lodestard, and lodestar-watch in front.
+
+    stage.py LEASH [lodestar-watch arguments]
+
+LEASH is a descriptor; its end of file means that the demo is to end. Everything started here dies
+with the sandbox. Runs with tests/support in PYTHONPATH; the programs come in LODESTARD,
+LODESTAR_WATCH and ORVD_GPSD, a receiver's log in RECORDING.
+"""
+
+import os
+import select
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+from harness.buses import Bus
+
+START_SECONDS = 30
+ENGINE_SOCKET = Path("/run/orvd/orvd.socket")
+CONSENT = Path("/home/user/.location_ok")
+GPSD_PORT = "2947"  # on a loopback of the sandbox's own
+
+
+class StageError(Exception):
+    """Something does not start; the text says what."""
+
+
+def say(text):
+    print(text, file=sys.stderr, flush=True)
+
+
+class Stage:
+    def __init__(self, leash):
+        self.leash = leash
+        self.logs = {}
+
+    def start(self, name, *command, environment=None):
+        """A program in the background, its output in a file; the terminal's Ctrl-C does not reach it."""
+        self.logs[name] = Path(f"/tmp/{name}.log")
+        with open(self.logs[name], "wb") as log:
+            return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True,
+                                    env={**os.environ, **(environment or {})})
+
+    def is_leashed(self):
+        return not select.select([self.leash], [], [], 0)[0]
+
+    def wait_until(self, condition, process, what):
+        end = time.monotonic() + START_SECONDS
+        while not condition():
+            if not self.is_leashed():
+                raise StageError("ended before it began")
+            if process.poll() is not None or time.monotonic() > end:
+                raise StageError(f"{what} does not start")
+            time.sleep(0.05)
+
+    def start_receiver_replay(self, recording):
+        ENGINE_SOCKET.parent.mkdir()
+        engine = self.start("orvd-gpsd", os.environ["ORVD_GPSD"], "--port", GPSD_PORT)
+        self.wait_until(ENGINE_SOCKET.exists, engine, "orvd-gpsd")
+        # Over and over, at a pace that can be watched.
+        self.start("gpsfake", "/usr/bin/gpsfake", "-q", "-n", "-c", "0.1", "-P", GPSD_PORT, recording)
+
+    def start_daemon(self, source):
+        session, system = Bus("session"), Bus("system")
+        addresses = {"DBUS_SESSION_BUS_ADDRESS": session.address, "DBUS_SYSTEM_BUS_ADDRESS": system.address}
+        daemon = self.start("lodestard", os.environ["LODESTARD"], "-nl", "-nv", "-w",
+                            environment={**addresses, "POSITIONING_SOURCE": source})
+        self.wait_until(lambda: session.owner_of("com.varn.lodestard.client"), daemon, "lodestard")
+        return addresses
+
+    def watch(self, arguments, addresses):
+        """lodestar-watch with the terminal, until it ends; its exit status."""
+        watch = subprocess.Popen([os.environ["LODESTAR_WATCH"], *arguments], env={**os.environ, **addresses})
+        process = os.pidfd_open(watch.pid)
+        if process not in select.select([process, self.leash], [], [])[0]:
+            watch.send_signal(signal.SIGTERM)
+        return watch.wait()
+
+    def show_logs(self):
+        for name, log in self.logs.items():
+            for line in log.read_text(encoding="utf-8", errors="replace").splitlines()[-15:]:
+                say(f"  {name}: {line}")
+
+
+def play(stage, arguments):
+    recording = os.environ.get("RECORDING")
+    if recording:
+        say(f"lodestard, fed with {os.path.basename(recording)} through gpsfake, gpsd and orvd-gpsd.")
+        stage.start_receiver_replay(recording)
+    else:
+        say("lodestard, fed by the test engine: a simulated receiver that walks around.")
+    CONSENT.touch()
+    say(f"Consent to positioning is given: {CONSENT} was made, inside the sandbox only. Ctrl-C ends the demo.")
+    return stage.watch(arguments, stage.start_daemon("REAL" if recording else "FAKE"))
+
+
+def main():
+    stage = Stage(int(sys.argv[1]))
+    try:
+        status = play(stage, sys.argv[2:])
+    except StageError as error:
+        say(f"run-demo: {error}.")
+        stage.show_logs()
+        return 1
+    if status != 0:
+        say("run-demo: no fix arrived." if status == 1 else f"run-demo: lodestar-watch ended with status {status}.")
+        stage.show_logs()
+    return status
+
+
+if __name__ == "__main__":
+    sys.exit(main())
