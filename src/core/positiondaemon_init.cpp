@@ -9,7 +9,6 @@
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusMessage>
-#include <QDBusVariant>
 #include <QDebug>
 #include <QFile>
 
@@ -100,9 +99,6 @@ void PositionDaemon::initSettings()
 
 bool PositionDaemon::initSettingsService()
 {
-    // Without this the description of the service lacks setSetting.
-    qRegisterMetaType<QDBusVariant>();
-
     auto bus = QDBusConnection::sessionBus();
     bus.registerObject(u"/com/varn/lodestard/settings"_s, &m_settingsHost);
     if (!bus.registerService(u"com.varn.lodestard.settings"_s)) {
