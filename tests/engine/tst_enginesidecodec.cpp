@@ -238,6 +238,5 @@ void TestEngineSideCodec::noMoreThanACountCanSay()
     QVERIFY(report.addClientName(QString(255, u'x')));
 }
 
-Q_DECLARE_METATYPE(engineside::Request)
 QTEST_GUILESS_MAIN(TestEngineSideCodec)
 #include "tst_enginesidecodec.moc"

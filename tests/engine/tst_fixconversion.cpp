@@ -449,6 +449,5 @@ void TestFixConversion::satelliteTextShowsRawFields()
              "\nSATDBG: 4,1,640,65408,65535 0,2,32768,4500,35999"_s);
 }
 
-Q_DECLARE_METATYPE(std::optional<double>)
 QTEST_GUILESS_MAIN(TestFixConversion)
 #include "tst_fixconversion.moc"

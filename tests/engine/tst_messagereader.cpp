@@ -245,6 +245,5 @@ void TestMessageReader::blocksCutShortGiveNothing()
     }
 }
 
-Q_DECLARE_METATYPE(IsRead)
 QTEST_GUILESS_MAIN(TestMessageReader)
 #include "tst_messagereader.moc"

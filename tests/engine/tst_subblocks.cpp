@@ -49,8 +49,9 @@ Ids idsOf(const QByteArray &packet)
 
 std::vector<SatelliteRecord> recordsOf(const QByteArray &block)
 {
+    const auto read = wire::readSatellites(PacketView::of(block)).value();
     std::vector<SatelliteRecord> records;
-    for (const SatelliteRecord &record : wire::readSatellites(PacketView::of(block)).value())
+    for (const SatelliteRecord &record : read)
         records.push_back(record);
     return records;
 }
