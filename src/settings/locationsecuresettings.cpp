@@ -2,7 +2,7 @@
 
 #include "platform/bluez.h"
 #include "platform/sysinfo.h"
-#include "settings/privatefile.h"
+#include "settings/settingsfile.h"
 #include "settings/settingstable.h"
 #include "settings/settingvalue.h"
 
@@ -11,6 +11,8 @@
 #include <QDBusMessage>
 #include <QDebug>
 #include <QSettings>
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -35,19 +37,23 @@ void refuse(const QDBusMessage &call, QDBusError::ErrorType error, const QString
 LocationSecureSettings::LocationSecureSettings(QObject *parent, LocationSecureSettingsIF *handlerIF,
                                                const DevicePaths &paths)
     : QDBusAbstractAdaptor(parent)
-    , m_userPath(paths.userSettings())
     , handler(handlerIF)
     , internalGpsDisabled(readInternalGpsDisabled(paths))
+    , userSettings(std::make_unique<SettingsFile>(paths.userSettings()))
+    , operatorSettings(std::make_unique<QSettings>(paths.operatorSettings(), QSettings::NativeFormat))
 {
     qRegisterMetaType<QDBusVariant>(); // without it setSetting is missing from the introspection
-    openUserSettings();
-    operatorSettings = new QSettings(paths.operatorSettings(), QSettings::NativeFormat, this);
     seed();
+}
+
+LocationSecureSettings::~LocationSecureSettings()
+{
+    writePending();
 }
 
 QVariant LocationSecureSettings::value(const QString &key)
 {
-    if (!holds(key)) {
+    if (!userSettings->contains(key)) {
         qWarning() << "Wrong location setting key:" << key;
         return {};
     }
@@ -59,7 +65,7 @@ QVariant LocationSecureSettings::value(const QString &key)
 
 bool LocationSecureSettings::setSetting(QString key, QDBusVariant value)
 {
-    if (!holds(key)) {
+    if (!userSettings->contains(key)) {
         qWarning() << "Location settings does not contain setting for:" << key;
         return false;
     }
@@ -69,11 +75,9 @@ bool LocationSecureSettings::setSetting(QString key, QDBusVariant value)
         return false;
     }
     const auto storable = settingvalue::storable(value.variant());
-    if (storable) {
-        store(key, *storable);
-        userSettings->sync();
-    }
-    if (!storable || userSettings->status() != QSettings::NoError) {
+    if (storable)
+        userSettings->setValue(key, *storable);
+    if (!storable || !userSettings->write()) {
         qCritical("LocationSecureSettings::%s: Cannot write setting %s to disk", "set", qUtf8Printable(key));
         return false;
     }
@@ -86,7 +90,7 @@ QDBusVariant LocationSecureSettings::getSetting(QString key, const QDBusMessage 
     const QVariant stored = value(key);
     // Qt drops a reply that it cannot marshal, and the caller would wait for its time-out.
     if (!settingvalue::isSendable(stored)) {
-        refuse(call, holds(key) ? QDBusError::Failed : QDBusError::InvalidArgs,
+        refuse(call, userSettings->contains(key) ? QDBusError::Failed : QDBusError::InvalidArgs,
                u"No value that can be sent for location setting "_s + key);
     }
     return QDBusVariant(stored);
@@ -114,29 +118,11 @@ bool LocationSecureSettings::clearAssistanceData(int data)
     return true;
 }
 
-void LocationSecureSettings::openUserSettings()
-{
-    ensurePrivateFile(m_userPath);
-    userSettings = new QSettings(m_userPath, QSettings::NativeFormat, this);
-}
-
-// A settings object that failed once reports failure for good: a new one takes over its values.
-void LocationSecureSettings::reopenUserSettings()
-{
-    QVariantMap held;
-    for (const QString &key : userSettings->allKeys())
-        held.insert(key, userSettings->value(key));
-    delete userSettings;
-    openUserSettings();
-    for (auto it = held.cbegin(); it != held.cend(); ++it)
-        userSettings->setValue(it.key(), it.value());
-}
-
 void LocationSecureSettings::seed()
 {
     for (const SettingDefinition &definition : settingDefinitions()) {
         if (definition.key == InternalGpsDisabledKey)
-            userSettings->setValue(definition.key, internalGpsDisabled);
+            store(definition.key, internalGpsDisabled);
         else
             seedKey(definition.key, definition.defaultValue);
     }
@@ -149,26 +135,28 @@ void LocationSecureSettings::seedKey(const QString &key, const QVariant &default
     } else if (operatorSettings->contains(key)) {
         const QVariant seedValue = operatorSettings->value(key);
         qDebug() << "Use operator setting: " << key << "=" << seedValue.toString();
-        userSettings->setValue(key, seedValue);
+        store(key, seedValue);
     } else {
         qDebug() << "Use default setting: " << key << "=" << defaultValue.toString();
-        userSettings->setValue(key, defaultValue);
+        store(key, defaultValue);
     }
 }
 
-// By exact name: QSettings itself drops stray slashes, so "/Positioning" would pass for the key.
-bool LocationSecureSettings::holds(const QString &key) const
-{
-    return userSettings->allKeys().contains(key);
-}
-
+// Written on the next turn of the event loop, with what else changes until then.
 void LocationSecureSettings::store(const QString &key, const QVariant &value)
 {
-    if (userSettings->status() != QSettings::NoError)
-        reopenUserSettings();
-    else
-        ensurePrivateFile(m_userPath); // it may have been removed; QSettings would go by the umask
+    if (!userSettings->hasUnwrittenChanges())
+        QMetaObject::invokeMethod(
+            this, [this] { writePending(); }, Qt::QueuedConnection);
     userSettings->setValue(key, value);
+}
+
+// A failure is told by the next setSetting, which writes all of it again.
+void LocationSecureSettings::writePending()
+{
+    m_writeQueued = false;
+    if (userSettings->hasUnwrittenChanges())
+        static_cast<void>(userSettings->write());
 }
 
 // Losing the external receiver falls back to the internal one.

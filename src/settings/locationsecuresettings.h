@@ -7,8 +7,11 @@
 #include <QDBusVariant>
 #include <QVariant>
 
+#include <memory>
+
 class QDBusMessage;
 class QSettings;
+class SettingsFile;
 
 // The store of the user's location settings, and its face on the session bus.
 class LocationSecureSettings : public QDBusAbstractAdaptor
@@ -18,6 +21,7 @@ class LocationSecureSettings : public QDBusAbstractAdaptor
 public:
     // Opens the files and fills in what the user's file lacks. The handler must outlive the service.
     LocationSecureSettings(QObject *parent, LocationSecureSettingsIF *handler, const DevicePaths &paths = {});
+    ~LocationSecureSettings() override;
 
     // The stored value, invalid for an unknown key. Reading one of the two external-receiver keys asks
     // bluez (blocking) whether the receiver is still paired, and forgets it, with signals, when it is not.
@@ -36,19 +40,17 @@ public slots: // all of these are on the bus: helpers are plain members
     bool clearAssistanceData(int data);
 
 private:
-    void openUserSettings();
-    void reopenUserSettings();
     void seed();
     void seedKey(const QString &key, const QVariant &defaultValue);
-    bool holds(const QString &key) const;
     void store(const QString &key, const QVariant &value);
+    void writePending();
     void forgetExternalDevice(const QString &key);
     bool isExternalDeviceKnown() const;
     static bool readInternalGpsDisabled(const DevicePaths &paths);
 
-    QString m_userPath; // empty without USER: nothing is ever written then
-    QSettings *userSettings = nullptr;
-    QSettings *operatorSettings = nullptr; // read only
     LocationSecureSettingsIF *handler;
     QVariant internalGpsDisabled;
+    std::unique_ptr<SettingsFile> userSettings;
+    std::unique_ptr<QSettings> operatorSettings; // read only
+    bool m_writeQueued = false;
 };

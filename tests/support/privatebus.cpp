@@ -39,11 +39,10 @@ PrivateBus::PrivateBus()
     configuration.close();
 
     m_daemon.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    m_daemon.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_daemon.start(u"dbus-daemon"_s, {u"--config-file="_s + path, u"--nofork"_s, u"--print-address=1"_s});
     while (!m_daemon.canReadLine()) {
         if (!m_daemon.waitForReadyRead(StartTimeoutMs))
-            qFatal("dbus-daemon does not start: %s", qUtf8Printable(m_daemon.errorString()));
+            qFatal("dbus-daemon does not start: %s", m_daemon.readAllStandardError().constData());
     }
     m_address = m_daemon.readLine().trimmed();
 }

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QMutex>
+#include <QStringList>
+#include <QThread>
+
+#include <memory>
+
+// bluez 4's manager and one adapter, on the system bus of the test. It lives on a thread of its own,
+// since its callers block.
+class FakeBluez
+{
+public:
+    FakeBluez(); // without an adapter
+    ~FakeBluez();
+    FakeBluez(const FakeBluez &) = delete;
+    FakeBluez &operator=(const FakeBluez &) = delete;
+
+    void plugAdapter(); // "/org/bluez/4711/hci0"
+    void pair(const QString &address);
+    // "DefaultAdapter", "FindDevice 00:11:..." since the last time
+    QStringList takeCalls();
+
+    struct State;
+
+private:
+    std::unique_ptr<State> m_state;
+    std::unique_ptr<QObject> m_manager;
+    std::unique_ptr<QObject> m_adapter;
+    QThread m_thread;
+};
