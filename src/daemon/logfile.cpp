@@ -128,6 +128,7 @@ LogStream setUpLogFile(const DevicePaths &paths, const Clock &clock, LogFlags &f
     // On purpose also after a failure: a file that exists already can still be written.
     const QByteArray name = QFile::encodeName(directory + u'/' + logName(number));
     std::fprintf(console.out, "Creating log file: %s\n", name.constData());
+    std::fflush(console.out); // a silent daemon writes no later line, and a signal ends it unflushed
     LogStream stream = openLog(name);
     if (!stream) {
         flags.logToFile = false;
