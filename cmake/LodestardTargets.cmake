@@ -55,5 +55,5 @@ function(lodestard_add_e2e_test name)
         COMMAND ${LODESTARD_PYTHON} ${PROJECT_SOURCE_DIR}/tests/support/run_e2e.py
                 --build ${PROJECT_BINARY_DIR} ${binds} ${ARG_FILE})
     set_tests_properties(${name} PROPERTIES LABELS e2e TIMEOUT ${ARG_TIMEOUT}
-        ENVIRONMENT "LODESTARD_BINARY=$<TARGET_FILE:lodestard>;LODESTARD_SHIM=$<TARGET_FILE:failing-calls>;LODESTARD_SUPL_SERVER=${LODESTARD_DEFAULT_SUPL_SERVER}")
+        ENVIRONMENT "LODESTARD_BINARY=$<TARGET_FILE:lodestard>")
 endfunction()

@@ -33,4 +33,4 @@ def pytest_runtest_makereport(item, call):
     if report.failed and stage:
         for number, daemon in enumerate(stage.daemons, start=1):
             report.sections.append((f"lodestard {number}, output", "\n".join(daemon.lines())))
-            report.sections.append((f"lodestard {number}, standard error", "\n".join(daemon.stderr.items())))
+            report.sections.append((f"lodestard {number}, standard error", "\n".join(daemon.errors())))

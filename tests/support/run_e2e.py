@@ -18,7 +18,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from sandbox import CHECKOUT, PYTHON, Sandbox, SandboxError  # noqa: E402
 
-PASSED_ON = ("LODESTARD_BINARY", "LODESTARD_DEADLINE", "LODESTARD_SUPL_SERVER", "LODESTARD_SHIM")
+PASSED_ON = ("LODESTARD_BINARY", "LODESTARD_DEADLINE")
 
 
 def find_binary(build):
@@ -26,6 +26,13 @@ def find_binary(build):
         if (build / place).exists():
             return build / place
     sys.exit(f"run_e2e: no lodestard below {build}: build it first")
+
+
+def supl_server(build):
+    """The host name that the build was configured with."""
+    cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
+    return next(line.split("=", 1)[1] for line in cache.splitlines()
+                if line.startswith("LODESTARD_DEFAULT_SUPL_SERVER:"))
 
 
 def main():
@@ -36,12 +43,13 @@ def main():
     build = options.build.resolve()
     environment = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
     environment.setdefault("LODESTARD_BINARY", str(find_binary(build)))
-    environment.update(LODESTARD_BUILD=str(build), PYTHONPATH=f"{CHECKOUT}/tests/support")
+    environment.update(LODESTARD_BUILD=str(build), LODESTARD_SUPL_SERVER=supl_server(build),
+                       LODESTARD_SHIM=str(build / "tests/support/failing-calls.so"), PYTHONPATH=f"{CHECKOUT}/tests/support")
     arguments = [os.path.abspath(a) if not a.startswith("-") and os.path.exists(a.split("::")[0]) else a for a in rest]
     binds = [build, os.path.dirname(environment["LODESTARD_BINARY"]), *options.bind_ro]
     sandbox = Sandbox(bind_ro=binds, environment=environment)
     try:
-        sandbox.execute([PYTHON, "-m", "pytest", "-v", "-p", "no:cacheprovider", "--color=no",
+        sandbox.execute([PYTHON, "-m", "pytest", "-v", "-p", "no:cacheprovider", "-p", "no:tmpdir", "--color=no",
                          f"--rootdir={CHECKOUT}/tests", *arguments])
     except SandboxError as error:
         sys.exit(f"run_e2e: {error}")

@@ -55,6 +55,13 @@ def start_loop():
             threading.Thread(target=_loop.run, name="glib", daemon=True).start()
 
 
+def flush_loop():
+    """Returns when everything that has arrived for this process by now has been handed out."""
+    done = threading.Event()
+    GLib.idle_add(done.set, priority=GLib.PRIORITY_LOW)
+    assert done.wait(DEADLINE), "the test's own loop hangs"
+
+
 class Bus:
     """A dbus-daemon of its own. `deny_own` lists names that nobody may take."""
 
@@ -80,6 +87,7 @@ class Bus:
             env={**os.environ, "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self._directory}/socket"})
         self.address = self._process.stdout.readline().strip()
         assert self.address, f"the {kind} bus does not start"
+        self._own = self.connect()  # for the test's own questions
 
     @property
     def pid(self):
@@ -105,21 +113,36 @@ class Bus:
                               "RequestName", GLib.Variant("(su)", (name, 4)))
         assert answer == 1, f"{name} is taken"
 
-    def owner_of(self, name):
-        """The unique name that owns `name`, or None."""
-        connection = self.connect()
+    def ask(self, member, *names):
+        """Asks the bus itself; a name without an owner answers None."""
         try:
-            return self.call(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                             "GetNameOwner", GLib.Variant("(s)", (name,)))[0]
+            return self.call(self._own, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                             member, GLib.Variant("(" + "s" * len(names) + ")", names))[0]
         except GLib.Error:
             return None
+
+    def owner_of(self, name):
+        """The unique name that owns `name`, or None."""
+        return self.ask("GetNameOwner", name)
+
+    def pid_of(self, name):
+        return self.ask("GetConnectionUnixProcessID", name)
+
+    def wait_owner(self, name, present=True):
+        """Waits until the name has an owner (or has none) and returns the owner."""
+        changes = Mailbox(f"owners of {name}")
+        subscription = self._own.signal_subscribe(
+            "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged", "/org/freedesktop/DBus", name,
+            Gio.DBusSignalFlags.NONE, lambda _c, _s, _p, _i, _n, arguments: changes.append(arguments.unpack()[2]))
+        try:
+            now = self.owner_of(name)
+            return now if bool(now) == present else changes.wait_for(lambda owner: bool(owner) == present)
         finally:
-            connection.close_sync(None)
+            self._own.signal_unsubscribe(subscription)
 
     def introspect(self, destination, path):
-        connection = self.connect()
-        (xml_text,) = self.call(connection, destination, path, "org.freedesktop.DBus.Introspectable", "Introspect")
-        return Gio.DBusNodeInfo.new_for_xml(xml_text)
+        """The description that an object gives of itself, as XML text."""
+        return self.call(self._own, destination, path, "org.freedesktop.DBus.Introspectable", "Introspect")[0]
 
     def stop(self):
         """Ends the bus as a crash would: at once, whoever is still connected."""

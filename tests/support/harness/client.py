@@ -6,7 +6,8 @@ from dataclasses import dataclass
 from gi.repository import Gio, GLib
 
 from harness import stream
-from harness.mailbox import DEADLINE, Mailbox
+from harness.buses import flush_loop
+from harness.mailbox import Mailbox
 
 SERVICE = INTERFACE = "com.varn.lodestard.client"
 PATH = "/com/varn/lodestard/client"
@@ -153,9 +154,7 @@ class Client:
         """Returns when every callback that the bus had for this client before is recorded."""
         self.bus.call(self.connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",
                       "Ping")
-        done = threading.Event()
-        GLib.idle_add(done.set, priority=GLib.PRIORITY_LOW)
-        assert done.wait(DEADLINE), "the client's own loop hangs"
+        flush_loop()
 
     # ---- misbehaving
 

@@ -3,14 +3,16 @@
 import glob
 import os
 import re
+import select
 import signal
 import subprocess
 import threading
 
-from harness.mailbox import DEADLINE, Mailbox
+from harness.mailbox import DEADLINE, Mailbox, wait_until
 
 LINE = re.compile(r"^(\d\d:\d\d:\d\d) (Debug|Warning|Critical|Fatal): (.*)$", re.DOTALL)
 SANITIZER_REPORT = re.compile(r"(ERROR: (Address|Leak)Sanitizer|runtime error:|SUMMARY: \w+Sanitizer)")
+SETTINGS_SERVICE = "com.varn.lodestard.settings"
 INIT_DONE = "PositionDaemon::init() done."
 
 
@@ -24,6 +26,36 @@ def faketime_library():
     found = glob.glob("/usr/lib/*/faketime/libfaketime.so.1")
     assert found, "libfaketime is missing"
     return found[0]
+
+
+class _Lines:
+    """Moves the lines of a pipe into a mailbox: on a thread, and at once when somebody asks."""
+
+    def __init__(self, pipe, mailbox):
+        self._pipe, self._mailbox = pipe, mailbox
+        self._rest = b""
+        self._open = True
+        self._lock = threading.Lock()
+        threading.Thread(target=self._run, daemon=True).start()
+
+    def _run(self):
+        while self._open:
+            select.select([self._pipe], [], [])
+            self.drain()
+        self._mailbox.close()
+        self._pipe.close()
+
+    def drain(self):
+        """Takes in what has been written by now."""
+        with self._lock:
+            while self._open and select.select([self._pipe], [], [], 0)[0]:
+                chunk = os.read(self._pipe.fileno(), 65536)
+                self._open = bool(chunk)
+                *lines, self._rest = (self._rest + chunk).split(b"\n")
+                if not chunk and self._rest:
+                    lines.append(self._rest)
+                for line in lines:
+                    self._mailbox.append(line.decode("utf-8", "replace"))
 
 
 class Daemon:
@@ -50,31 +82,38 @@ class Daemon:
         if libraries:
             variables["LD_PRELOAD"] = ":".join(libraries)
         variables.update(environment or {})
+        self._detached_pid = None
         self._process = subprocess.Popen(
             [*wrapper, binary(), *arguments], env={n: v for n, v in variables.items() if v is not None}, cwd=cwd,
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
-        self._threads = [self._reader(self._process.stdout, self.stdout),
-                         self._reader(self._process.stderr, self.stderr)]
-
-    @staticmethod
-    def _reader(pipe, mailbox):
-        def read():
-            for line in pipe:
-                mailbox.append(line.decode("utf-8", "replace").removesuffix("\n"))
-            mailbox.close()
-            pipe.close()
-        thread = threading.Thread(target=read, daemon=True)
-        thread.start()
-        return thread
+        self._pipes = [_Lines(self._process.stdout, self.stdout), _Lines(self._process.stderr, self.stderr)]
 
     @property
     def pid(self):
-        return self._process.pid
+        return self._detached_pid or self._process.pid
+
+    def wait_detached(self, bus):
+        """For -d: waits for the parent's end, then for the child to serve; `pid` is the child's from then on."""
+        status = self._process.wait(DEADLINE)
+        bus.wait_owner(SETTINGS_SERVICE)
+        self._detached_pid = bus.pid_of(SETTINGS_SERVICE)
+        return status
 
     # ---- lines
 
     def lines(self):
+        """All lines that the daemon has written by now."""
+        self._drain()
         return self.stdout.items()
+
+    def errors(self):
+        """What stands on standard error by now."""
+        self._drain()
+        return self.stderr.items()
+
+    def _drain(self):
+        for pipe in self._pipes:
+            pipe.drain()
 
     def messages(self, level=None):
         """The texts of the message lines, of one level or of all."""
@@ -98,7 +137,7 @@ class Daemon:
 
     def mark(self):
         """A place in the output, for `after`."""
-        return len(self.stdout)
+        return len(self.lines())
 
     def wait_ready(self, timeout=None):
         self.wait_for_line(INIT_DONE, timeout)
@@ -110,13 +149,26 @@ class Daemon:
         os.kill(self.pid, number)
 
     def is_running(self):
+        if self._detached_pid:
+            return os.path.exists(f"/proc/{self._detached_pid}")
         return self._process.poll() is None
+
+    def proc(self, name):
+        """A text file of the process below /proc."""
+        with open(f"/proc/{self.pid}/{name}", encoding="utf-8") as file:
+            return file.read()
+
+    def status(self, name):
+        """One field of /proc/PID/status."""
+        return re.search(rf"^{name}:\s*(.*)$", self.proc("status"), re.MULTILINE)[1]
 
     def wait_exit(self, timeout=None):
         """The exit status; negative is the signal that ended the process. All output has arrived then."""
         status = self._process.wait(DEADLINE if timeout is None else timeout)
-        for thread in self._threads:
-            thread.join(DEADLINE)
+        if self._detached_pid:
+            wait_until(lambda: not self.is_running(), "the detached process has ended", timeout)
+            status = None  # its parent was not this test
+        self._drain()  # not to the end of the pipes: a test engine that it started may hold them
         return status
 
     def stop(self):
@@ -125,14 +177,21 @@ class Daemon:
             if self.is_running():
                 self.signal(signal.SIGCONT)
                 self.signal(signal.SIGTERM)
-            self.wait_exit(5)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
+            self.wait_exit()
+        except (subprocess.TimeoutExpired, AssertionError):
+            self.signal(signal.SIGKILL)
             self.wait_exit()
             raise AssertionError("lodestard did not end on SIGTERM") from None
         finally:
+            self._end_children()
             self.check_sanitizers()
 
+    def _end_children(self):
+        """A test engine that the daemon started outlives it, in its process group."""
+        try:
+            os.killpg(self.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+
     def check_sanitizers(self):
-        reports = [line for line in self.stderr.items() if SANITIZER_REPORT.search(line)]
-        assert not reports, "\n".join(self.stderr.items())
+        assert not any(SANITIZER_REPORT.search(line) for line in self.errors()), "\n".join(self.errors())

@@ -81,7 +81,8 @@ class Mailbox:
 
     def wait_for(self, wanted, after=0, timeout=None, count=1):
         """Waits like wait_index and returns the item."""
-        return self.items()[self.wait_index(wanted, after, timeout, count)]
+        index = self.wait_index(wanted, after, timeout, count)
+        return self.items()[index]
 
 
 def wait_until(condition, what, timeout=None, poll=0.005):

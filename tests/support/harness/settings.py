@@ -2,6 +2,7 @@
 
 from gi.repository import Gio, GLib
 
+from harness.buses import flush_loop
 from harness.mailbox import Mailbox
 
 SERVICE = "com.varn.lodestard.settings"
@@ -83,6 +84,18 @@ class Settings:
 
     def clear_assistance(self, mask):
         return self.call("clearAssistanceData", GLib.Variant("(i)", (mask,)))[0]
+
+    def announced(self):
+        """The changes announced by now: a call's signals come before its reply."""
+        self.bus.call(self.connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",
+                      "Ping")
+        flush_loop()
+        return self.changes.items()
+
+    def forget_changes(self):
+        """Starts the record afresh."""
+        self.announced()
+        self.changes.clear()
 
     def wait_for_change(self, key, after=0, timeout=None):
         return self.changes.wait_for(lambda changed: changed == key, after=after, timeout=timeout)

@@ -68,6 +68,11 @@ class Stage:
         files.marker("location_ok")
         return self.daemon(*arguments, **options)
 
+    def wait_serving(self):
+        """Waits until the daemon answers, for daemons that log nothing: initialised, in its event loop."""
+        self.session.wait_owner("com.varn.lodestard.settings")
+        Settings(self.session).get("Positioning")
+
     def client(self, **options):
         return Client(self.session, **options)
 
