@@ -1,0 +1,130 @@
+// What a plan costs when a thousand applications have running sessions and nothing changes for any
+// of them, beside the floor: visiting a thousand records. Runs the daemon's own object with its real
+// services, so it wants a private session bus and the sandbox's fixed paths.
+
+#include "core/positiondaemon.h"
+#include "engineframe.h"
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QTimer>
+
+#include <array>
+#include <atomic>
+#include <benchmark/benchmark.h>
+#include <cstdio>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int Clients = 1000;
+
+// Takes whatever the daemon sends, on a thread of its own, and says nothing.
+class SilentEngine
+{
+public:
+    SilentEngine()
+    {
+        mkdir("/var/run/orvd", 0755);
+        unlink(bench::EngineSocket);
+        m_listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::snprintf(address.sun_path, sizeof address.sun_path, "%s", bench::EngineSocket);
+        if (bind(m_listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+            listen(m_listener, 1) != 0)
+            qFatal("cannot listen on the engine socket");
+        m_reader = std::thread([this] {
+            const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+            std::array<char, 8192> packet;
+            while (recv(connection, packet.data(), packet.size(), 0) > 0)
+                ++m_packets;
+            close(connection);
+        });
+    }
+    ~SilentEngine()
+    {
+        m_reader.join(); // the daemon has closed its end by now
+        close(m_listener);
+    }
+    SilentEngine(const SilentEngine &) = delete;
+    SilentEngine &operator=(const SilentEngine &) = delete;
+
+    int packets() const { return m_packets; }
+
+private:
+    int m_listener = -1;
+    std::atomic<int> m_packets = 0;
+    std::thread m_reader;
+};
+
+void planThousandClients(benchmark::State &state)
+{
+    QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
+    SilentEngine engine;
+    PositionDaemon daemon;
+    if (daemon.init() != 0) {
+        state.SkipWithError("the daemon does not start here");
+        return;
+    }
+    constexpr int StartWithMethodAndInterval = 0x01 | 0x04 | 0x08;
+    for (int i = 0; i < Clients; ++i) {
+        const int id = daemon.registerListener(u":9.%1"_s.arg(i), u"/bench/client"_s);
+        daemon.configRequest(id, StartWithMethodAndInterval, 0xff, 1000);
+    }
+    // The engine's methods are on offer half a second after the connection.
+    QTimer::singleShot(700, QCoreApplication::instance(), &QCoreApplication::quit);
+    QCoreApplication::exec();
+    const int before = engine.packets();
+    if (before < Clients)
+        state.SkipWithError("the sessions did not start");
+    for (auto _ : state)
+        daemon.userSettingsChanged(u"ContinuousLocationCleanup"_s);
+    if (engine.packets() != before)
+        state.SkipWithError("a plan in which nothing changes told the engine something");
+}
+BENCHMARK(planThousandClients)->Unit(benchmark::kMicrosecond);
+
+struct Record {
+    int id;
+    quint32 methods;
+    bool stopped, satelliteInfo, modified, gnssActive, suplActive;
+};
+
+void visitThousandRecords(benchmark::State &state)
+{
+    std::vector<std::unique_ptr<Record>> records;
+    for (int i = 0; i < Clients; ++i)
+        records.push_back(std::make_unique<Record>(Record{6000 + i, 0xff, false, false, false, true, false}));
+    for (auto _ : state) {
+        int idle = 0;
+        for (const auto &record : records) {
+            const quint32 wanted = record->methods & 0xffU;
+            if (record->stopped || record->modified || (wanted != 0) != record->gnssActive ||
+                record->suplActive)
+                ++idle;
+        }
+        benchmark::DoNotOptimize(idle);
+    }
+}
+BENCHMARK(visitThousandRecords)->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

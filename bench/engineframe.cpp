@@ -1,0 +1,48 @@
+#include "engineframe.h"
+
+#include <vector>
+
+namespace {
+
+engineside::ReportWriter fixReport(std::uint16_t session)
+{
+    engineside::ReportWriter report(GnssNotification{.sessionId = session, .status = 0x41});
+    PositionBlock position{};
+    position.latitude = 0x2AAAAAAA; // 60 degrees
+    position.longitude = 0x11C71C71;
+    position.along = 400;
+    position.ortho = 300;
+    position.altitude = 50;
+    position.altitudeError = 12;
+    position.geoid = -40;
+    report.add(position);
+    VelocityBlock velocity{};
+    velocity.heading = 4500;
+    velocity.variation = 820;
+    velocity.speed = 140;
+    velocity.climb = 10;
+    report.add(velocity);
+    return report;
+}
+
+} // namespace
+
+QByteArray bench::fixNotification(std::uint16_t session)
+{
+    return fixReport(session).bytes();
+}
+
+QByteArray bench::fullNotification(std::uint16_t session)
+{
+    auto report = fixReport(session);
+    std::vector<SatelliteRecord> satellites;
+    for (std::uint8_t number = 0; number < 12; ++number) {
+        satellites.push_back({.number = number,
+                              .used = std::uint8_t(number < 8),
+                              .cno = std::uint16_t((30 + number) * 16),
+                              .elevation = std::uint16_t(500 + 600 * number),
+                              .azimuth = std::uint16_t(3000 * number)});
+    }
+    report.addSatellites(satellites);
+    return report.bytes();
+}
