@@ -398,6 +398,11 @@ class Clock(object):
         return self.wall_begin + t
 
 
+def next_due(due, interval, now):
+    """Counted on from the last time, so that intervals do not drift; missed ones are left out."""
+    return (due if due + interval > now else now) + interval
+
+
 class Session(object):
     def __init__(self, session_id, interval, now):
         self.id, self.interval, self.due, self.last, self.fixed = session_id, interval, now, None, False
@@ -657,9 +662,7 @@ class Engine(object):
         if fixed:
             status |= STATUS_FIX
             blocks += self.fix_blocks(place, now)
-            # Counted on from the last one while there is a fix, so that intervals do not drift.
-            on_time = session.fixed and session.due + session.interval > now
-            session.due = (session.due if on_time else now) + session.interval
+            session.due = next_due(session.due if session.fixed else now, session.interval, now)
         else:
             session.due = now + self.SEARCH_REPORT
             if self.receiver.allowed and now < self.receiver.due:

@@ -1,6 +1,7 @@
 """The test engine as a process: start, socket file, options, end."""
 
 import os
+import select
 import shlex
 import signal
 import socket
@@ -101,38 +102,53 @@ def test_a_connected_daemon_keeps_it_alive_and_its_going_ends_it(engine):
     assert running.process.wait(DEADLINE) == 0
 
 
-def test_it_does_not_outlive_its_parent(tmp_path):
+@pytest.fixture
+def orphan(tmp_path):
+    """An engine whose parent can be taken away: call it. Standard output is the engine's alone then."""
     path = tmp_path / "orvd"
-    # Standard output is held by the engine alone once the shell has gone: its end is the engine's.
     script = f"{shlex.quote(sys.executable)} {shlex.quote(str(ENGINE))} --socket {shlex.quote(str(path))} & read line"
-    shell = subprocess.Popen(["/bin/sh", "-c", script], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-    wait_until(lambda: os.path.exists(f"{path}.control"), "it serves")
+    with subprocess.Popen(["/bin/sh", "-c", script], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as shell:
+        wait_until(lambda: os.path.exists(f"{path}.control"), "it serves")
+        yield path, shell
+        tell(path, b"quit")
+
+
+def tell(path, command):
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as control:
+        try:
+            control.sendto(command, f"{path}.control")
+        except (FileNotFoundError, ConnectionRefusedError):
+            pass  # it has ended
+
+
+def take_parent(shell):
+    shell.kill()
+    shell.wait()
+
+
+def check_ended(shell):
+    assert select.select([shell.stdout], [], [], DEADLINE)[0], "the engine is still there"
+    assert shell.stdout.read() == b""
+
+
+def test_it_serves_without_its_parent_and_ends_with_the_last_connection(orphan):
+    path, shell = orphan
     daemon = Daemon(str(path))
     daemon.start()
-    shell.kill()
-    shell.wait()
-    assert daemon.next(0xEF03), "a daemon that is still connected is served on"
+    take_parent(shell)
+    assert daemon.next(0xEF03)
     daemon.close()
-    assert shell.stdout.read() == b""
+    check_ended(shell)
     assert not os.path.exists(path)
-    shell.stdin.close()
-    shell.stdout.close()
 
 
-def test_a_deaf_engine_does_not_outlive_its_parent(tmp_path):
-    path = tmp_path / "orvd"
-    script = f"{shlex.quote(sys.executable)} {shlex.quote(str(ENGINE))} --socket {shlex.quote(str(path))} & read line"
-    shell = subprocess.Popen(["/bin/sh", "-c", script], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-    wait_until(lambda: os.path.exists(f"{path}.control"), "it serves")
+def test_a_deaf_engine_does_not_outlive_its_parent(orphan):
+    path, shell = orphan
     daemon = Daemon(str(path))
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as control:
-        control.sendto(b"deaf", f"{path}.control")
-    shell.kill()
-    shell.wait()
-    assert shell.stdout.read() == b""
+    tell(path, b"deaf")
+    take_parent(shell)
+    check_ended(shell)
     daemon.close()
-    shell.stdin.close()
-    shell.stdout.close()
 
 
 def test_options_come_from_the_environment_and_the_command_line_wins(engine):

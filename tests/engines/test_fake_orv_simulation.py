@@ -136,6 +136,25 @@ def test_satellites_rise_and_set_and_there_are_always_enough(fake_orv, lat, lon)
                 assert before[1] < 8 and after[1] < 8, "a satellite vanishes high in the sky"
 
 
+def test_the_gps_sky_comes_back_after_a_sidereal_day_and_not_after_half_of_it(fake_orv):
+    sky = fake_orv.Sky(random.Random(1))
+
+    def places(t):
+        return {s.prn: (s.elevation, s.azimuth) for s in sky.above(t, 47.0, 8.0) if s.prn <= 32}
+
+    today, tomorrow, between_them = places(1000.0), places(1000.0 + 86164.1), places(1000.0 + 43082.05)
+    assert today.keys() == tomorrow.keys()
+    assert all(tomorrow[prn] == pytest.approx(today[prn], abs=0.01) for prn in today)
+    # The orbits have come round, the Earth has not.
+    assert len(today.keys() & between_them.keys()) < len(today)
+
+
+@pytest.mark.parametrize("due, interval, now, expected", [
+    (10.0, 1, 10.0, 11.0), (10.0, 1, 10.4, 11.0), (10.0, 1, 10.999, 11.0), (10.0, 1, 11.0, 12.0), (10.0, 5, 27.5, 32.5)])
+def test_intervals_do_not_drift_and_missed_reports_are_left_out(fake_orv, due, interval, now, expected):
+    assert fake_orv.next_due(due, interval, now) == expected
+
+
 def test_the_same_seed_gives_the_same_walk_and_sky(fake_orv):
     def world(seed):
         rng = random.Random(seed)
