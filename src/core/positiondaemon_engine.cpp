@@ -63,6 +63,7 @@ void PositionDaemon::reconnectOrv()
 
 void PositionDaemon::allowOrvClients()
 {
+    m_allowTimer.stop(); // called ahead of it, there is nothing left for it to do
     orvClientsBlocked = false;
     sendSuplSettings();
     assignClients();

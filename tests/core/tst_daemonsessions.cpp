@@ -28,6 +28,7 @@ private slots:
     void disabledPositioningIsLogged();
     void switchingTheReceiverEndsItsSessions();
     void aLostEngineComesBack();
+    void anEngineLostBeforeItIsReadyIsNotAskedEarly();
     void removingAClientSendsNothing();
 };
 
@@ -274,6 +275,20 @@ void TestDaemonSessions::aLostEngineComesBack()
     const QStringList later = stage.awaitRequests(2);
     QVERIFY(later.constFirst().startsWith("supl"_L1));
     QCOMPARE(later.constLast(), u"start 6000 2 mode 2"_s);
+}
+
+void TestDaemonSessions::anEngineLostBeforeItIsReadyIsNotAskedEarly()
+{
+    DaemonStage stage;
+    stage.makeEngine();
+    QCOMPARE(stage.start(), 0);
+    stage.daemon->configRequest(addSilent(stage), SetMethod | Start, Satellite, 1000);
+    QCOMPARE(stage.awaitRequests(1), QStringList{u"privacy"_s});
+    stage.engine->drop(); // half a second was not over: that timer must not fire any more
+    const QStringList later = stage.awaitRequests(3);
+    QCOMPARE(later.constFirst(), u"privacy"_s);
+    QCOMPARE(later.constLast(), u"start 6000 1 mode 2"_s);
+    QCOMPARE(stage.logged({u"debug: Primary SUPL server"_s}).size(), 1);
 }
 
 void TestDaemonSessions::removingAClientSendsNothing()
