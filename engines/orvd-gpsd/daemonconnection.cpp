@@ -14,29 +14,39 @@ namespace {
 constexpr int requestsAtOnce = 64; // then the other connections have their turn
 }
 
-DaemonConnection::DaemonConnection(FileDescriptor socket)
-    : m_socket(std::move(socket))
-    , m_notifier(std::make_unique<QSocketNotifier>(m_socket.get(), QSocketNotifier::Read))
+DaemonConnection::DaemonConnection(FileDescriptor socket, const Clock &clock)
+    : m_clock(clock)
+    , m_socket(std::move(socket))
+    , m_readable(std::make_unique<QSocketNotifier>(m_socket.get(), QSocketNotifier::Read))
+    , m_writable(std::make_unique<QSocketNotifier>(m_socket.get(), QSocketNotifier::Write))
 {
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, &DaemonConnection::readRequests);
+    m_writable->setEnabled(false);
+    connect(m_readable.get(), &QSocketNotifier::activated, this, &DaemonConnection::readRequests);
+    connect(m_writable.get(), &QSocketNotifier::activated, this, &DaemonConnection::sendWaiting);
 }
 
 DaemonConnection::~DaemonConnection() = default;
 
 void DaemonConnection::send(const QByteArray &message)
 {
-    switch (sendPacket(m_socket.get(), message)) {
-    case SendResult::Sent:
-        if (m_dropped > 0)
-            qWarning("The daemon reads again, %llu messages were lost", std::exchange(m_dropped, 0));
-        break;
-    case SendResult::PeerDoesNotRead:
-        if (m_dropped++ == 0)
-            qWarning("The daemon does not read, messages to it are dropped");
-        break;
-    case SendResult::Failed:
-        break; // the next read tells that the connection has ended
+    m_queue.push(message, m_clock.monotonic());
+    sendWaiting();
+}
+
+void DaemonConnection::sendWaiting()
+{
+    bool blocked = false;
+    while (const QByteArray *message = m_queue.next(m_clock.monotonic())) {
+        blocked = sendPacket(m_socket.get(), *message) == SendResult::PeerDoesNotRead;
+        if (blocked)
+            break;
+        m_queue.sent(); // or it failed, and the next read tells that the connection has ended
     }
+    m_writable->setEnabled(blocked);
+    if (m_queue.takeDropped() > 0 && !std::exchange(m_stalled, true))
+        qWarning("The daemon does not read, messages to it are dropped");
+    if (!blocked && std::exchange(m_stalled, false))
+        qInfo("The daemon reads again");
 }
 
 void DaemonConnection::readRequests()
@@ -47,7 +57,8 @@ void DaemonConnection::readRequests()
         if (received.kind == Received::Kind::Nothing)
             return;
         if (received.kind == Received::Kind::Closed) {
-            m_notifier->setEnabled(false);
+            m_readable->setEnabled(false);
+            m_writable->setEnabled(false);
             emit closed();
             return;
         }

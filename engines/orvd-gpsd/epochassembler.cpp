@@ -21,6 +21,11 @@ bool growsFrom(const SkyReport &later, const SkyReport &earlier)
     return later.satellites.size() > earlier.satellites.size() && holdsAll(later, earlier);
 }
 
+bool isSamePlace(const FixReport &one, const FixReport &other)
+{
+    return one.latitude == other.latitude && one.longitude == other.longitude;
+}
+
 const SkyReport &fuller(const SkyReport &later, const SkyReport &earlier)
 {
     return later.satellites.size() >= earlier.satellites.size() ? later : earlier;
@@ -86,7 +91,9 @@ bool EpochAssembler::belongs(const FixReport &report) const
         return *m_time == *report.time;
     if (m_time)
         return false;
-    return report.hasFix == m_fix.has_value(); // the time has just become known, or is not known yet
+    if (!report.hasFix || !m_fix)
+        return report.hasFix == m_fix.has_value();
+    return !report.time || isSamePlace(report, *m_fix); // the time is not known yet, or has just become so
 }
 
 bool EpochAssembler::isLate(const FixReport &report) const

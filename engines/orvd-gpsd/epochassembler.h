@@ -7,8 +7,8 @@
 // of silence, or at the end of the stream. Every epoch comes out once; a report of an epoch that has
 // come out already is dropped.
 //
-// A fix can come before the receiver knows the time: such reports belong to the first epoch with a
-// time that follows them, or are an epoch of their own when none does.
+// A fix can come before the receiver knows the time: such reports belong to the epoch with a time that
+// follows them at the same place, or are an epoch of their own.
 //
 // Satellites come before the fix they belong to, between two reports of it, or after it, depending on
 // the receiver, often without a time. Each sky goes to the epoch it stands in; one that stands

@@ -3,6 +3,7 @@
 #include <QSocketNotifier>
 
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <utility>
 
@@ -88,7 +89,8 @@ bool GpsdClient::open()
     auto gps = std::make_unique<gps_data_t>();
     const int status = gps_open(m_address.host.constData(), m_address.port.constData(), gps.get());
     if (status != 0) {
-        m_error = QString::fromLocal8Bit(gps_errstr(status));
+        // The reason is the result, or behind a plain -1 what errno holds.
+        m_error = QString::fromLocal8Bit(gps_errstr(status == -1 ? errno : status));
         return false;
     }
     m_gps = std::move(gps);

@@ -99,7 +99,8 @@ bool GpsdEngine::listen(const QString &path)
 void GpsdEngine::acceptDaemons()
 {
     for (FileDescriptor socket = m_listener.accept(); socket.isValid(); socket = m_listener.accept()) {
-        auto &daemon = *m_daemons.emplace_back(std::make_unique<DaemonConnection>(std::move(socket)));
+        auto &daemon =
+            *m_daemons.emplace_back(std::make_unique<DaemonConnection>(std::move(socket), m_clock));
         connect(&daemon, &DaemonConnection::requested, this,
                 [this, &daemon](const engineside::Request &request) { answer(daemon, request); });
         connect(&daemon, &DaemonConnection::closed, this, [this, &daemon] { dropDaemon(&daemon); });

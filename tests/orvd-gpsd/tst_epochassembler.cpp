@@ -208,11 +208,21 @@ private slots:
     void aFixThatComesBeforeTheTimeBelongsToTheEpochThatNamesIt()
     {
         Feed feed;
-        feed << high(moving(fixAt({}, 49.0))) << high(moving(fixAt({}, 49.0))) << fixAt(0ms) << fixAt(1000ms);
+        feed << high(moving(fixAt({}))) << high(moving(fixAt({}))) << fixAt(0ms) << fixAt(1000ms);
         feed.end(Silence);
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[0].fix, fixAt(0ms)); // with a time, though it knows less
         QCOMPARE(*feed.epochs[1].fix, fixAt(1000ms));
+    }
+
+    void aFixWithoutTimeAtAnotherPlaceIsAnEpochOfItsOwn()
+    {
+        Feed feed;
+        feed << fixAt({}, 49.0) << moving(fixAt({}, 49.5)) << fixAt(0ms, 50.0);
+        feed.end(Silence);
+        QCOMPARE(feed.epochs.size(), 2u);
+        QCOMPARE(*feed.epochs[0].fix, moving(fixAt({}, 49.5)));
+        QCOMPARE(*feed.epochs[1].fix, fixAt(0ms, 50.0));
     }
 
     void aFixThatNeverGetsATimeIsAnEpochOfItsOwn_data()
