@@ -74,8 +74,8 @@ std::optional<Epoch> EpochAssembler::end(Ending ending)
     m_late = false;
     std::optional<Epoch> done;
     if (m_open) {
-        if (m_fix && (m_sky || m_trailing))
-            m_skyTrails = m_trailing.has_value();
+        if (m_fix && m_trailing)
+            m_skyOrder = SkyOrder::After;
         done = close(m_trailing ? std::exchange(m_trailing, std::nullopt) : std::move(m_sky));
     } else if (m_leading && (!m_fixSeen || ending == Ending::EndOfStream)) {
         // While there is a fix the sky can wait for the next one; without, it is all there is to say.
@@ -112,11 +112,13 @@ bool EpochAssembler::startsNewSky(const SkyReport &report) const
 void EpochAssembler::join(const FixReport &report)
 {
     m_open = true;
-    for (auto *sky : {&m_leading, &m_trailing}) {
-        if (*sky) {
-            m_sky = std::exchange(*sky, std::nullopt);
-            m_skyLeads = true;
-        }
+    if (m_leading) {
+        m_sky = std::exchange(m_leading, std::nullopt);
+        m_skyOrder = SkyOrder::Before;
+    }
+    if (m_trailing) {
+        m_sky = std::exchange(m_trailing, std::nullopt);
+        m_skyOrder = SkyOrder::Among;
     }
     const bool timeBecomesKnown = report.time && !m_time;
     if (report.time)
@@ -128,9 +130,21 @@ void EpochAssembler::join(const FixReport &report)
         m_fix = report;
 }
 
+// Whether the sky between two epochs belongs to the first.
 bool EpochAssembler::followsItsFix(const SkyReport &report) const
 {
-    return report.time && m_time ? *report.time <= *m_time : m_skyTrails;
+    if (report.time && m_time)
+        return *report.time <= *m_time;
+    switch (m_skyOrder) {
+    case SkyOrder::Unknown: // no sky ever came before a fix
+    case SkyOrder::After:
+        return m_fix.has_value();
+    case SkyOrder::Among:
+        return !m_sky;
+    case SkyOrder::Before:
+        break;
+    }
+    return false;
 }
 
 Epoch EpochAssembler::close(std::optional<SkyReport> sky)
@@ -146,9 +160,6 @@ Epoch EpochAssembler::close(std::optional<SkyReport> sky)
 
 Epoch EpochAssembler::closeForNext()
 {
-    // No sky ever came before a fix: this receiver sends it last.
-    if (m_fix && m_trailing && !m_sky && !m_trailing->time && !m_skyLeads)
-        m_skyTrails = true;
     if (m_trailing && followsItsFix(*m_trailing))
         m_sky = std::exchange(m_trailing, std::nullopt);
     m_leading = std::exchange(m_trailing, std::nullopt);

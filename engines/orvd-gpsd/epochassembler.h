@@ -29,6 +29,9 @@ public:
     bool wasLate() const { return m_late; }
 
 private:
+    // Where this receiver reports the sky, as seen last, among the fix reports of an epoch.
+    enum class SkyOrder { Unknown, Before, Among, After };
+
     bool belongs(const FixReport &report) const;
     bool isLate(const FixReport &report) const;
     bool startsNewSky(const SkyReport &report) const;
@@ -47,9 +50,8 @@ private:
     std::optional<ReceiverTime> m_doneTime; // of the epoch that came out last
     int m_doneFields = 0;
     bool m_doneFix = false;
-    bool m_fixSeen = false;   // the last fix report had one
-    bool m_skyLeads = false;  // it has done otherwise at least once
-    bool m_skyTrails = false; // this receiver reports the sky after the fix
+    bool m_fixSeen = false; // the last fix report had one
+    SkyOrder m_skyOrder = SkyOrder::Unknown;
     bool m_late = false;
 };
 } // namespace orvdgpsd

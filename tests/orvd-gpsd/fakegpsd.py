@@ -62,6 +62,7 @@ class FakeGpsd:
         self._client.close()
 
     def close(self):
+        self._listener.shutdown(socket.SHUT_RDWR)  # or the thread that waits in it keeps it open
         self._listener.close()
         if self._client:
             self._client.close()

@@ -14,6 +14,10 @@ START, CHANGE_INTERVAL, STOP = 0, 1, 2
 UNKNOWN_ERROR_CM = (1 << 30) - 1
 
 
+def program():
+    return os.environ.get("ORVD_GPSD") or f"{os.environ['LODESTARD_BUILD']}/engines/orvd-gpsd/orvd-gpsd"
+
+
 class OrvdGpsd:
     """The process: its standard error by line, and its end."""
 
@@ -21,7 +25,7 @@ class OrvdGpsd:
         self.socket_path = socket_path
         self.log = Mailbox("orvd-gpsd")
         self._process = subprocess.Popen(
-            [os.environ["ORVD_GPSD"], "--verbose", "--socket", socket_path, "--host", "127.0.0.1", "--port",
+            [program(), "--verbose", "--socket", socket_path, "--host", "127.0.0.1", "--port",
              str(port), *arguments],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
             env={**os.environ, **(environment or {})})

@@ -306,6 +306,18 @@ private slots:
             QCOMPARE(*feed.epochs[std::size_t(i)].sky, sky({1, i + 2}));
     }
 
+    void aSkyThatComesAmongTheReportsCanComeAfterTheLastToo()
+    {
+        Feed feed;
+        feed << fixAt(0ms) << sky({1}) << fixAt(0ms); // among
+        feed << fixAt(1000ms) << sky({2});            // after the last
+        feed << fixAt(2000ms) << sky({3}) << fixAt(2000ms);
+        feed.end(EndOfStream);
+        QCOMPARE(*feed.epochs.at(0).sky, sky({1}));
+        QCOMPARE(*feed.epochs.at(1).sky, sky({2}));
+        QCOMPARE(*feed.epochs.at(2).sky, sky({3}));
+    }
+
     void silenceTellsWhetherTheSkyComesLast()
     {
         Feed feed; // it came first once, so the order is not clear before the silence
