@@ -57,7 +57,7 @@ public:
     }
 
     const ScopedVariable user{"USER", "root"};
-    const DeviceTree tree;
+    DeviceTree tree;
     LogCapture log;
     Handler handler;
     QObject host;

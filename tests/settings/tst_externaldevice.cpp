@@ -71,14 +71,16 @@ void TestExternalDevice::anUnknownDeviceIsForgotten_data()
     QTest::addColumn<bool>("hasBluez");
     QTest::addColumn<bool>("hasAdapter");
     QTest::addColumn<QString>("reason");
-    for (const auto &[key, other] : {std::pair(Name, Address), std::pair(Address, Name)}) {
+    const auto rows = [](const QString &key, const QString &other) {
         const auto tag = [&key](const char *what) {
             return (key + u": "_s + QLatin1StringView(what)).toUtf8();
         };
         QTest::newRow(tag("bluez knows no such device")) << key << other << true << true << NoDevice;
         QTest::newRow(tag("bluez has no adapter")) << key << other << true << false << NoAdapter;
         QTest::newRow(tag("bluez does not run")) << key << other << false << false << NoAdapter;
-    }
+    };
+    rows(Name, Address);
+    rows(Address, Name);
 }
 
 void TestExternalDevice::anUnknownDeviceIsForgotten()
