@@ -2,6 +2,7 @@
 
 import subprocess
 import sys
+import tempfile
 from pathlib import Path
 
 import pytest
@@ -22,11 +23,11 @@ def pytest_report_header(config):
 
 
 @pytest.fixture
-def recording(request, tmp_path):
+def recording(request):
     given = request.config.getoption("--recording")
     if given:
         return given
-    made = tmp_path / "generated.log"
+    made = Path(tempfile.mkdtemp(), "generated.log")  # in the sandbox, and gone with it
     subprocess.run([sys.executable, GENERATOR, made], check=True)
     return made
 
