@@ -104,7 +104,8 @@ bool LocationSecureSettings::resetToDefaults()
             continue;
         const QVariant target =
             operatorSettings->contains(key) ? operatorSettings->value(key) : definition.defaultValue;
-        if (settingvalue::equal(userSettings->value(key), target))
+        // QVariant reads numbers and booleans out of the text that the file gave back.
+        if (userSettings->value(key) == target)
             continue;
         store(key, target);
         emit valueChanged(key);

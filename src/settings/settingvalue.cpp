@@ -41,11 +41,3 @@ bool settingvalue::isSendable(const QVariant &value)
     }
     return true;
 }
-
-bool settingvalue::equal(const QVariant &stored, const QVariant &target)
-{
-    if (stored == target)
-        return true;
-    QVariant converted = target;
-    return converted.convert(stored.metaType()) && stored == converted;
-}

@@ -14,8 +14,4 @@ std::optional<QVariant> storable(const QVariant &value);
 // Whether D-Bus can carry the value.
 bool isSendable(const QVariant &value);
 
-// Equal once `target` is read as the stored value's type: after a restart the file gives back
-// "true" and "2" for true and 2.
-bool equal(const QVariant &stored, const QVariant &target);
-
 } // namespace settingvalue

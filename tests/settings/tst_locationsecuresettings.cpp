@@ -43,7 +43,7 @@ private slots:
     void resetPrefersTheOperator();
     void resetCoversOperatorControlledKeys();
     void resetLeavesTheInternalGpsAlone();
-    void resetAfterARestartChangesNothing();
+    void resetAfterARestartKnowsEqualValues();
     void deletionGoesToTheHandler();
 };
 
@@ -322,11 +322,12 @@ void TestLocationSecureSettings::resetLeavesTheInternalGpsAlone()
 }
 
 // The file gives all values back as text.
-void TestLocationSecureSettings::resetAfterARestartChangesNothing()
+void TestLocationSecureSettings::resetAfterARestartKnowsEqualValues()
 {
     SettingsFixture first;
     first.startQuietly();
     QVERIFY(first.set(u"Positioning"_s, false));
+    QVERIFY(first.set(u"NetworkPositioningMethod"_s, 3));
     first.settings.reset();
     const QByteArray content = first.tree.read(SettingsFixture::UserFile);
 
@@ -335,7 +336,7 @@ void TestLocationSecureSettings::resetAfterARestartChangesNothing()
     second.startQuietly();
     QCOMPARE(second.settings->value(u"SuplFallback"_s), QVariant(u"true"_s));
     QVERIFY(second.settings->resetToDefaults());
-    QCOMPARE(second.takeSignals(), QStringList{u"Positioning"_s});
+    QCOMPARE(second.takeSignals(), QStringList({u"Positioning"_s, u"NetworkPositioningMethod"_s}));
 }
 
 void TestLocationSecureSettings::deletionGoesToTheHandler()

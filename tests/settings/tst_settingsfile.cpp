@@ -43,6 +43,7 @@ class TestSettingsFile : public QObject
 
 private slots:
     void theSeedIsWrittenInItsOwnTime();
+    void theSeedIsWrittenAtTheEndAtTheLatest();
     void modesWhateverTheUmask_data();
     void modesWhateverTheUmask();
     void anOpenFileIsClosedToOthers();
@@ -69,6 +70,14 @@ void TestSettingsFile::theSeedIsWrittenInItsOwnTime()
     QVERIFY(file.startsWith("[General]\n"));
     for (const auto &row : settingDefinitions())
         QVERIFY2(file.contains('\n' + row.key.toLatin1() + '='), qPrintable(row.key));
+}
+
+void TestSettingsFile::theSeedIsWrittenAtTheEndAtTheLatest()
+{
+    SettingsFixture f;
+    f.startQuietly();
+    f.settings.reset(); // before the event loop turned once
+    QVERIFY(f.tree.read(SettingsFixture::UserFile).contains("\nWiFiPositioning=true\n"));
 }
 
 void TestSettingsFile::modesWhateverTheUmask_data()

@@ -29,8 +29,6 @@ private slots:
     void unstorable();
     void sendable_data();
     void sendable();
-    void equality_data();
-    void equality();
 };
 
 void TestSettingValue::storable_data()
@@ -106,31 +104,6 @@ void TestSettingValue::sendable()
 {
     QFETCH(const QVariant, value);
     QTEST(settingvalue::isSendable(value), "expected");
-}
-
-void TestSettingValue::equality_data()
-{
-    QTest::addColumn<QVariant>("stored");
-    QTest::addColumn<QVariant>("target");
-    QTest::addColumn<bool>("expected");
-    QTest::newRow("same type, same value") << QVariant(true) << QVariant(true) << true;
-    QTest::newRow("same type, other value") << QVariant(true) << QVariant(false) << false;
-    QTest::newRow("the file's text for true") << QVariant(u"true"_s) << QVariant(true) << true;
-    QTest::newRow("the file's text for false") << QVariant(u"false"_s) << QVariant(true) << false;
-    QTest::newRow("the file's text for a number") << QVariant(u"2"_s) << QVariant(2) << true;
-    QTest::newRow("another number's text") << QVariant(u"3"_s) << QVariant(2) << false;
-    QTest::newRow("the operator's text for true") << QVariant(true) << QVariant(u"true"_s) << true;
-    QTest::newRow("the operator's text for false") << QVariant(true) << QVariant(u"false"_s) << false;
-    QTest::newRow("a text that is no boolean's") << QVariant(u"yes"_s) << QVariant(true) << false;
-    QTest::newRow("an empty text and an unset one") << QVariant(u""_s) << QVariant(QString()) << true;
-    QTest::newRow("nothing stored") << QVariant() << QVariant(true) << false;
-}
-
-void TestSettingValue::equality()
-{
-    QFETCH(const QVariant, stored);
-    QFETCH(const QVariant, target);
-    QTEST(settingvalue::equal(stored, target), "expected");
 }
 
 QTEST_APPLESS_MAIN(TestSettingValue)
