@@ -3,6 +3,7 @@
 import pytest
 
 from harness import files
+from harness.road import Road
 from harness.stage import Stage
 
 
@@ -23,6 +24,12 @@ def stage(request):
 def ready_engine(stage):
     """An engine that is there before the daemon starts."""
     return stage.engine()
+
+
+@pytest.fixture
+def road(stage):
+    """A daemon with the user's consent and an engine that is ready."""
+    return Road(stage)
 
 
 @pytest.hookimpl(hookwrapper=True)
