@@ -5,11 +5,10 @@ from gi.repository import GLib
 
 from harness import client as app
 from harness import files, wire
-from harness.peers import FakeBluez, SideChannelPeer
+from harness.peers import FakeBluez
 
 ADDRESS = "00:1A:7D:DA:71:13"
 CHANGED = "PositionDaemon::userSettingsChanged():  "
-CELLULAR, WIFI, CONNECTIVITY = 129, 130, 131
 
 # Key, new value, its line.
 LABELS = [
@@ -248,56 +247,3 @@ def test_wlan_changes_nothing_while_supl_is_used(stage):
     assert client.wait_for_settings(app.SATELLITE)
     client.sync()
     assert client.settings() == [(app.SATELLITE, 1000)]
-
-
-# ---- what the network-positioning peer is told
-
-@pytest.fixture
-def peer(stage):
-    return SideChannelPeer(stage.system)
-
-
-def told(stage, peer):
-    """All settings that the peer has been told by now: the answer to a query comes behind them."""
-    peer.request(0x84)
-    peer.settings.wait_for(lambda setting: setting == (0x84, 1))
-    return [setting for setting in peer.settings.items() if setting != (0x84, 1)]
-
-
-@pytest.mark.parametrize("key, code", [("CellularPositioning", CELLULAR), ("WiFiPositioning", WIFI),
-                                       ("NetworkConnectivity", CONNECTIVITY)])
-def test_the_peer_is_told_of_its_three_settings(stage, peer, key, code):
-    stage.daemon()
-    settings = stage.settings()
-    for value in (False, True, True):
-        assert settings.set(key, value)
-    assert told(stage, peer) == [(code, 0), (code, 1), (code, 1)]
-
-
-def test_the_peer_is_told_nothing_while_supl_is_used(stage, peer):
-    files.user_settings(SuplForced=True)
-    stage.daemon()
-    settings = stage.settings()
-    for key in ("CellularPositioning", "WiFiPositioning", "NetworkConnectivity"):
-        assert settings.set(key, False)
-    assert told(stage, peer) == []
-
-
-def test_forcing_supl_tells_nothing_and_releasing_it_tells_all_three(stage, peer):
-    stage.daemon()
-    settings = stage.settings()
-    assert settings.set("WiFiPositioning", False)
-    assert settings.set("SuplForced", True)
-    assert settings.set("CellularPositioning", False)
-    assert settings.set("SuplForced", False)
-    assert told(stage, peer) == [(WIFI, 0), (CONNECTIVITY, 1), (CELLULAR, 0), (WIFI, 0)]
-
-
-def test_releasing_supl_overrules_the_marker(stage, peer):
-    files.marker("use_supl")
-    daemon, settings = stage.daemon(), stage.settings()
-    assert daemon.has_message("VESK in use:  false")
-    assert settings.set("CellularPositioning", False)
-    assert settings.set("SuplForced", False)
-    assert settings.set("WiFiPositioning", False)
-    assert told(stage, peer) == [(CONNECTIVITY, 1), (CELLULAR, 0), (WIFI, 1), (WIFI, 0)]

@@ -8,7 +8,6 @@ import pytest
 from harness import client, settings
 
 DOCUMENTS = Path(__file__).resolve().parents[2] / "docs" / "dbus"
-SIDE_CHANNEL = "com.varn.lodestard.vesk"
 
 # Bus, service, object, interface, and the members with their signatures (in, out).
 OBJECTS = {
@@ -24,11 +23,6 @@ OBJECTS = {
         ("method", "configSession"): ("iiii", "i"),
         ("method", "latestPosition"): ("b", "ay"),
         ("method", "prestartPositioning"): ("bb", ""),
-    }),
-    "side channel": ("system", SIDE_CHANNEL, "/com/varn/lodestard/vesk", SIDE_CHANNEL, {
-        ("signal", "positionMessage"): ("", "dddddyqqqyyyyq"),
-        ("signal", "settingMessage"): ("", "ii"),
-        ("method", "request"): ("i", ""),
     }),
 }
 
@@ -75,13 +69,6 @@ def test_parameters_have_names(stage):
     assert names["configSession"] == ["id", "command", "method", "interval"]
     assert names["latestPosition"] == ["satelliteOnly"]
     assert names["prestartPositioning"] == ["satellite", "nonSatellite"]
-
-
-def test_requests_on_the_side_channel_are_marked_as_unanswered(stage):
-    stage.daemon()
-    (request,) = [m for m in live(stage, "side channel") if m.get("name") == "request"]
-    marks = {a.get("name"): a.get("value") for a in request.iter("annotation")}
-    assert marks.get("org.freedesktop.DBus.Method.NoReply") == "true"
 
 
 @pytest.mark.parametrize("which", OBJECTS)

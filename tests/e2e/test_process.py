@@ -97,9 +97,7 @@ def test_nobody_else_can_announce_the_shutdown(stage):
     daemon = stage.daemon()
     stranger = stage.system.connect()
     stranger.emit_signal(None, "/com/varn/hallix/signal", "com.varn.hallix.signal", "shutdown_ind", None)
-    # The side channel answers behind it on the same bus: the signal has been seen by then.
-    stage.system.call(stranger, "com.varn.lodestard.vesk", "/com/varn/lodestard/vesk", "org.freedesktop.DBus.Peer",
-                      "Ping")
+    stage.system.ping(stranger, daemon.pid)  # answered behind it on the same bus: the signal has been seen by then
     assert stage.client().register() == 6000
     assert daemon.is_running()
 
@@ -109,8 +107,7 @@ def test_other_signals_of_the_device_state_daemon_are_nothing(stage):
     daemon = stage.daemon()
     device.emit("/com/varn/hallix/signal", "com.varn.hallix.signal", "save_unsaved_data_ind")
     device.emit("/com/varn/hallix/other", "com.varn.hallix.signal", "shutdown_ind")
-    stage.system.call(device.connection, "com.varn.lodestard.vesk", "/com/varn/lodestard/vesk",
-                      "org.freedesktop.DBus.Peer", "Ping")
+    stage.system.ping(device.connection, daemon.pid)
     assert stage.client().register() == 6000
     assert daemon.is_running()
 

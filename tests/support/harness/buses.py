@@ -140,6 +140,15 @@ class Bus:
         finally:
             self._own.signal_unsubscribe(subscription)
 
+    def ping(self, connection, pid):
+        """Waits until the process with this id has handled what `connection` sent it before."""
+        bus = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
+        (names,) = self.call(connection, *bus, "ListNames")
+        for name in (n for n in names if n.startswith(":")):
+            (owner,) = self.call(connection, *bus, "GetConnectionUnixProcessID", GLib.Variant("(s)", (name,)))
+            if owner == pid:
+                self.call(connection, name, "/", "org.freedesktop.DBus.Peer", "Ping")
+
     def introspect(self, destination, path):
         """The description that an object gives of itself, as XML text."""
         return self.call(self._own, destination, path, "org.freedesktop.DBus.Introspectable", "Introspect")[0]

@@ -140,26 +140,3 @@ class FakeDialogs(Peer):
     def refuse(invocation):
         signature = "(b)" if invocation.get_method_name() == "privacyDialog" else "(i)"
         invocation.return_value(GLib.Variant(signature, (False if signature == "(b)" else 0,)))
-
-
-class SideChannelPeer(Peer):
-    """A process of the network-positioning stack: asks on the side channel and hears its broadcasts."""
-
-    NAME, PATH = "com.varn.lodestard.vesk", "/com/varn/lodestard/vesk"
-
-    def __init__(self, bus):
-        super().__init__(bus, "com.example.network.positioning")
-        self.positions = Mailbox("positionMessage")
-        self.settings = Mailbox("settingMessage")
-        for signal, mailbox in (("positionMessage", self.positions), ("settingMessage", self.settings)):
-            self.connection.signal_subscribe(
-                None, self.NAME, signal, self.PATH, None, Gio.DBusSignalFlags.NONE,
-                lambda _c, _s, _p, _i, _n, arguments, box=mailbox: box.append(arguments.unpack()))
-
-    def request(self, command):
-        """Sends a request; there is never a reply."""
-        message = Gio.DBusMessage.new_method_call(self.NAME, self.PATH, self.NAME, "request")
-        message.set_body(GLib.Variant("(i)", (command,)))
-        message.set_flags(Gio.DBusMessageFlags.NO_REPLY_EXPECTED)
-        self.connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
-        self.connection.flush_sync(None)
