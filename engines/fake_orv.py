@@ -177,7 +177,7 @@ def time_block(epoch):
 
 
 def velocity_block(course, course_error, variation, speed, speed_error, climb, climb_error):
-    """Degrees and m/s; course and climb may be None."""
+    """Degrees and m/s; course may be None."""
     return block(0xEF03, struct.pack(
         '>hHhhHhH', heading(course), nearest(course_error * 100, 0, 65535),
         nearest(variation * 100, -32767, 32767), nearest(speed * 100, 0, 32767),
@@ -458,6 +458,14 @@ def is_served(path):
     return True
 
 
+def read_seconds(text):
+    """A time span in a command. Neither infinity nor "not a number" is one."""
+    seconds = float(text)
+    if not 0 <= seconds < 1e6:
+        raise ValueError('seconds from 0 to a million')
+    return seconds
+
+
 def log(text):
     try:
         print('fake_orv: ' + text, file=sys.stderr)
@@ -728,7 +736,7 @@ class Engine(object):
         self.report_now()
 
     def do_lose(self, seconds=None):
-        seconds = self.receiver.ttff if seconds is None else float(seconds)
+        seconds = self.receiver.ttff if seconds is None else read_seconds(seconds)
         if self.receiver.on_since is not None:
             self.receiver.search(self.clock.now(), seconds)
             self.report_now()
@@ -745,8 +753,8 @@ class Engine(object):
     def do_supl(self, answer, seconds=None):
         if answer not in ('ok', 'error', 'timeout', 'silent'):
             raise ValueError('supl ok|error|timeout|silent')
+        self.supl_delay = self.supl_delay if seconds is None else read_seconds(seconds)
         self.supl_answer = answer
-        self.supl_delay = self.supl_delay if seconds is None else float(seconds)
 
     def do_assist(self, answer):
         self.deletes = {'ok': True, 'fail': False}[answer]

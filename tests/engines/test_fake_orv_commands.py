@@ -182,10 +182,19 @@ def test_state_tells_what_was_asked_and_where_the_walker_is(engine):
 
 
 @pytest.mark.parametrize("command", [
-    "", " ", "nonsense", "__init__", "state now", "lose soon", "speed", "speed -1", "speed nan", "satellites few",
-    "supl maybe", "assist maybe", "locationrequest", "locationrequest 1", "locationrequest 256 1", "withdraw x",
-    "raw 0", "raw xyz", "raw \u00e9", "locationrequest 1 1 'open", "\u00e9"])
+    "", " ", "nonsense", "__init__", "state now", "lose soon", "lose nan", "lose inf", "lose -1", "speed", "speed -1",
+    "speed nan", "satellites few", "supl maybe", "supl ok nan", "supl ok inf", "supl ok -1", "assist maybe",
+    "locationrequest", "locationrequest 1", "locationrequest 256 1", "withdraw x", "raw 0", "raw xyz", "raw \u00e9",
+    "locationrequest 1 1 'open", "\u00e9"])
 def test_a_wrong_command_gets_an_error_and_changes_nothing(engine, command):
     running = engine()
     assert running.tell(command).startswith("error: ")
     assert running.tell("mute") == "ok"
+
+
+def test_a_supl_command_with_a_wrong_delay_changes_nothing(engine):
+    running = engine("--supl-delay", 0)
+    daemon = running.daemon()
+    assert running.tell("supl timeout soon").startswith("error: ")
+    daemon.send("ef04 000c 0001 0014 02 000000")
+    assert daemon.receive()[6] == 0
