@@ -34,6 +34,7 @@ private slots:
     void initTestCase() { DaemonStage::prepareEnvironment(); }
     void cleanup() { ::signal(SIGCHLD, SIG_DFL); } // the test's own buses are children
     void aFixReachesItsClientAndIsKept();
+    void disabledSatellitesReachNobodyAndAreKept();
     void freeFixClientsGetNewPositionsOnly();
     void aFreeFixClientMustBeStopped();
     void networkFixesServeFreeFixClients();
@@ -73,6 +74,20 @@ void TestDaemonFixes::aFixReachesItsClientAndIsKept()
     stage.daemon->onPositionUpdateGNSS(6000, fix);
     QTRY_COMPARE(client.callCount(), 1);
     QCOMPARE(latitudes(client), QList<double>{62.0});
+}
+
+void TestDaemonFixes::disabledSatellitesReachNobodyAndAreKept()
+{
+    FakeClient client;
+    DaemonStage stage;
+    stage.setDefault("SatellitePositioning=false");
+    stage.startReady();
+    stage.daemon->configRequest(add(stage, client), SetMethod | Start, All, 1000);
+    stage.log.takeLines();
+    QGeoPositionInfo fix = fixAt(60.0); // still on its way when satellites were switched off
+    stage.daemon->onPositionUpdateGNSS(6000, fix);
+    QCOMPARE(stage.log.takeLines(), QStringList());
+    QCOMPARE(stage.daemon->latestPosition(true).coordinate().latitude(), 60.0);
 }
 
 void TestDaemonFixes::freeFixClientsGetNewPositionsOnly()
