@@ -3,6 +3,7 @@
 #include "support/privatebus.h"
 
 #include <QDBusConnectionInterface>
+#include <QDBusError>
 #include <QFile>
 #include <QSignalSpy>
 
@@ -34,6 +35,7 @@ private slots:
     void cleanup() { ::signal(SIGCHLD, SIG_DFL); } // the test's own buses are children
     void initGoesThroughItsSteps();
     void withoutAnEngineInitGoesOn();
+    void anObjectInTheClientServicesPlaceEndsTheStart();
     void aDisabledInternalGpsMeansNoEngineLink();
     void markersOverrideTheSettings();
     void brisdIsStartedWithConsentOnly();
@@ -93,6 +95,21 @@ void TestDaemonStart::withoutAnEngineInitGoesOn()
     stage.log.takeLines();
     stage.daemon->reconnectOrv();
     QVERIFY(stage.log.takeLines().contains(u"debug: lodestard: Trying to reconnect after 2 s"_s));
+}
+
+void TestDaemonStart::anObjectInTheClientServicesPlaceEndsTheStart()
+{
+    auto bus = QDBusConnection::sessionBus();
+    QObject squatter;
+    QVERIFY(bus.registerObject(u"/com/varn/lodestard/client"_s, &squatter));
+    DaemonStage stage;
+    stage.makeEngine();
+    QCOMPARE(stage.start(), -1);
+    const QStringList expected{u"debug: PositionDaemon::init() ORVComm done."_s,
+                               u"critical: "_s + bus.lastError().message(),
+                               u"critical: PositionDaemon::init() Client server registerObject() failed."_s};
+    QCOMPARE(stage.log.takeLines().last(expected.size()), expected);
+    QVERIFY(!bus.interface()->isServiceRegistered(u"com.varn.lodestard.client"_s));
 }
 
 void TestDaemonStart::aDisabledInternalGpsMeansNoEngineLink()
