@@ -23,11 +23,13 @@ private slots:
     void prestartClientsGoOldestFirst();
     void aSatelliteClientRunsOnTheEngine();
     void nothingReachesAnEngineThatIsNotReady();
-    void aClientWithoutMethodsIsToldOnce();
+    void aClientWithoutMethodsIsToldAtEachPlan();
     void aNetworkClientRidesOnTheFixWhileItLasts();
     void disabledPositioningIsLogged();
     void switchingTheReceiverEndsItsSessions();
     void aLostEngineComesBack();
+    void aLostEngineEndsNetworkPositionsOnlyWhenItServesThem_data();
+    void aLostEngineEndsNetworkPositionsOnlyWhenItServesThem();
     void anEngineLostBeforeItIsReadyIsNotAskedEarly();
     void removingAClientSendsNothing();
 };
@@ -167,7 +169,7 @@ void TestDaemonSessions::nothingReachesAnEngineThatIsNotReady()
     QCOMPARE(stage.requests().last(), u"start 6000 1 mode 2"_s);
 }
 
-void TestDaemonSessions::aClientWithoutMethodsIsToldOnce()
+void TestDaemonSessions::aClientWithoutMethodsIsToldAtEachPlan()
 {
     FakeClient client;
     FakeClient watcher; // wants satellite information: not told
@@ -275,6 +277,33 @@ void TestDaemonSessions::aLostEngineComesBack()
     const QStringList later = stage.awaitRequests(2);
     QVERIFY(later.constFirst().startsWith("supl"_L1));
     QCOMPARE(later.constLast(), u"start 6000 2 mode 2"_s);
+}
+
+void TestDaemonSessions::aLostEngineEndsNetworkPositionsOnlyWhenItServesThem_data()
+{
+    QTest::addColumn<QByteArray>("suplForced");
+    QTest::addColumn<QString>("planned");
+
+    QTest::newRow("the library goes on without it")
+        << QByteArray("false") << u"stopped=0, methods=0xff, actGNSS=0, actSUPL=1"_s;
+    QTest::newRow("SUPL goes with it")
+        << QByteArray("true") << u"stopped=0, methods=0xffffffff, actGNSS=0, actSUPL=0"_s;
+}
+
+void TestDaemonSessions::aLostEngineEndsNetworkPositionsOnlyWhenItServesThem()
+{
+    QFETCH(QByteArray, suplForced);
+    QFETCH(QString, planned);
+    DaemonStage stage;
+    stage.setDefault("SuplForced=" + suplForced);
+    stage.startReady();
+    const int id = addSilent(stage);
+    stage.daemon->configRequest(id, SetMethod | Start, NonSatellite, 1000);
+    stage.daemon->onOrvDisconnected();
+    stage.log.takeLines();
+    stage.daemon->configRequest(id, 0, 0, 0);
+    QCOMPARE(stage.logged({u"debug: stopSessions"_s}),
+             QStringList{u"debug: stopSessions: client: id=6000, "_s + planned});
 }
 
 void TestDaemonSessions::anEngineLostBeforeItIsReadyIsNotAskedEarly()
