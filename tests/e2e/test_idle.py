@@ -1,0 +1,44 @@
+"""A daemon that nobody asks for anything sleeps."""
+
+import os
+import re
+import time
+from pathlib import Path
+
+from harness import wire
+from harness.mailbox import wait_until
+
+
+def window():
+    """Seconds to watch: a minute, of which a sanitizer's build sees a part."""
+    cache = Path(os.environ["LODESTARD_BUILD"], "CMakeCache.txt").read_text(encoding="utf-8")
+    return 15 if "-fsanitize=address" in cache else 60
+
+
+def wake_ups(daemon):
+    """How often each thread has given up the processor to wait, by thread."""
+    tasks = Path(f"/proc/{daemon.pid}/task")
+    return {task.name: int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)$", (task / "status").read_text(), re.M)[1])
+            for task in tasks.iterdir()}
+
+
+def test_no_thread_wakes_up_in_an_idle_minute(stage, ready_engine):
+    """An engine is connected and silent; no client has come yet."""
+    daemon = stage.daemon()
+    ready_engine.expect(wire.SuplServers)
+    daemon.wait_for_message("assignClients", "Debug")
+    seen = [wake_ups(daemon)]
+
+    def calm():
+        """The last of start-up is over: nothing for half a second."""
+        seen.append(wake_ups(daemon))
+        return len(seen) > 5 and all(counts == seen[-1] for counts in seen[-5:])
+
+    wait_until(calm, "start-up is over", poll=0.1)
+    before = wake_ups(daemon)
+    lines = daemon.mark()
+    time.sleep(window())  # the measurement itself, not a wait for something to happen
+    assert wake_ups(daemon) == before
+    assert daemon.lines()[lines:] == []
+    assert stage.client().register() == 6000  # it is asleep, not dead
+    assert wake_ups(daemon) != before
