@@ -155,7 +155,6 @@ void LocationSecureSettings::store(const QString &key, const QVariant &value)
 // A failure is told by the next setSetting, which writes all of it again.
 void LocationSecureSettings::writePending()
 {
-    m_writeQueued = false;
     if (userSettings->hasUnwrittenChanges())
         static_cast<void>(userSettings->write());
 }

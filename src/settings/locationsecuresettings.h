@@ -52,5 +52,4 @@ private:
     QVariant internalGpsDisabled;
     std::unique_ptr<SettingsFile> userSettings;
     std::unique_ptr<QSettings> operatorSettings; // read only
-    bool m_writeQueued = false;
 };
