@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -18,6 +19,12 @@ constexpr quint32 SuplRequestIdMask = 0xFFF;
 constexpr bool isWellKnownMask(quint32 mask)
 {
     return mask == 0x01 || mask == 0xFD || mask == 0xFF;
+}
+
+// What the protocol's field can hold of an interval in seconds: the nearest.
+constexpr quint16 sessionInterval(int seconds)
+{
+    return quint16(std::clamp(seconds, 0, int(std::numeric_limits<quint16>::max())));
 }
 
 } // namespace
@@ -34,26 +41,28 @@ ORVComm::~ORVComm() = default;
 int ORVComm::startGNSS(quint16 sessionId, int interval)
 {
     qDebug() << "ORVComm::startGNSS(" << sessionId << "," << interval << ")";
-    send(wire::gnssRequest({sessionId, GnssCommand::Start, gnssMode, quint16(interval)}));
+    const quint16 seconds = sessionInterval(interval);
+    send(wire::gnssRequest({sessionId, GnssCommand::Start, gnssMode, seconds}));
     if (gnssState == Idle)
         setState(Search);
 
-    QTimer *timer = appendSession(sessionId, interval).timer;
-    timer->start(gnssState == Search ? FixWatchdog::FirstFix : FixWatchdog::timeout(quint16(interval)));
+    QTimer *timer = appendSession(sessionId, seconds).timer;
+    timer->start(gnssState == Search ? FixWatchdog::FirstFix : FixWatchdog::timeout(seconds));
     return 0;
 }
 
 int ORVComm::setGNSSInterval(quint16 sessionId, int interval)
 {
     qDebug() << "ORVComm::setGNSSInterval(" << sessionId << "," << interval << ")";
-    send(wire::gnssRequest({sessionId, GnssCommand::ChangeInterval, gnssMode, quint16(interval)}));
+    const quint16 seconds = sessionInterval(interval);
+    send(wire::gnssRequest({sessionId, GnssCommand::ChangeInterval, gnssMode, seconds}));
 
     // Either way the session's next fix starts the watchdog with the new interval.
     const auto session = findSession(sessionId);
     if (session != sessions.end())
-        session->interval = quint16(interval);
+        session->interval = seconds;
     else
-        appendSession(sessionId, interval);
+        appendSession(sessionId, seconds);
     return 0;
 }
 
@@ -136,12 +145,12 @@ std::vector<ORVComm::GnssSession>::iterator ORVComm::findSession(quint16 session
 }
 
 // A second record for the same id is possible: the first one in order is the one that counts.
-ORVComm::GnssSession &ORVComm::appendSession(quint16 sessionId, int interval)
+ORVComm::GnssSession &ORVComm::appendSession(quint16 sessionId, quint16 intervalSeconds)
 {
     auto *timer = new QTimer(this);
     timer->setSingleShot(true);
     connect(timer, &QTimer::timeout, this, &ORVComm::timeoutGNSS);
-    sessions.push_back({sessionId, quint16(interval), timer});
+    sessions.push_back({sessionId, intervalSeconds, timer});
     return sessions.back();
 }
 

@@ -36,8 +36,9 @@ public:
     int init();
 
     // Requests. They always return 0: a lost engine shows as connectionLost() and updateTimeoutGNSS().
-    int startGNSS(quint16 sessionId, int interval);       // interval in s
-    int setGNSSInterval(quint16 sessionId, int interval); // interval in s
+    // Intervals in s; one that the protocol cannot hold (0 to 65535) becomes the nearest that it can.
+    int startGNSS(quint16 sessionId, int interval);
+    int setGNSSInterval(quint16 sessionId, int interval);
     int stopGNSS(quint16 sessionId);
     int deleteAssistanceData(quint32 mask);
     int sendSUPLLocationRequest(quint16 parameter);
@@ -86,7 +87,7 @@ private:
     void connectToTestEngine();
     void send(const QByteArray &message);
     std::vector<GnssSession>::iterator findSession(quint16 sessionId);
-    GnssSession &appendSession(quint16 sessionId, int interval);
+    GnssSession &appendSession(quint16 sessionId, quint16 intervalSeconds);
     void setState(GNSSState state);
 
     void handleGNSSResponse(PacketView message);

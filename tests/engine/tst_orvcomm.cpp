@@ -25,6 +25,8 @@ private slots:
     void aFixRestartsTheWatchdogByTheInterval_data();
     void aFixRestartsTheWatchdogByTheInterval();
     void aNewIntervalCountsFromTheNextFix();
+    void anIntervalBeyondTheFieldIsTheNearestThatFits_data();
+    void anIntervalBeyondTheFieldIsTheNearestThatFits();
     void anIntervalForAnUnknownSessionAddsASilentOne();
     void stoppingTheLastSessionIsIdle();
     void stoppingAnUnknownSessionStillTellsIdle();
@@ -183,6 +185,41 @@ void TestOrvComm::aNewIntervalCountsFromTheNextFix()
     feed(*m_orv, positionReport(7));
     QCOMPARE(watchdogs(*m_orv).first()->interval(), 90000);
     QCOMPARE(m_seen->take(), QStringList(u"fix 7"_s));
+}
+
+void TestOrvComm::anIntervalBeyondTheFieldIsTheNearestThatFits_data()
+{
+    QTest::addColumn<int>("interval");
+    QTest::addColumn<QByteArray>("field");
+    QTest::addColumn<int>("milliseconds");
+    QTest::newRow("the longest that fits") << 65535 << QByteArray("FFFF") << 65595000;
+    QTest::newRow("a second more") << 65536 << QByteArray("FFFF") << 65595000;
+    QTest::newRow("the longest that a client may ask for") << 2147483 << QByteArray("FFFF") << 65595000;
+    QTest::newRow("none") << 0 << QByteArray("0000") << 10000;
+    QTest::newRow("below none") << -1 << QByteArray("0000") << 10000;
+}
+
+// On the wire, in the record that the next fix looks at, and in the watchdog of a start while tracking.
+void TestOrvComm::anIntervalBeyondTheFieldIsTheNearestThatFits()
+{
+    QFETCH(int, interval);
+    QFETCH(QByteArray, field);
+    QFETCH(int, milliseconds);
+    const LogCapture quiet;
+    m_orv->startGNSS(7, interval);
+    QCOMPARE(m_engine->takeReceived(),
+             QList<QByteArray>{QByteArray::fromHex("EF01000C 0007 0000 00 02" + field)});
+    feed(*m_orv, positionReport(7));
+    QCOMPARE(watchdogs(*m_orv).at(0)->interval(), milliseconds);
+
+    m_orv->startGNSS(8, interval);
+    QCOMPARE(watchdogs(*m_orv).at(1)->interval(), milliseconds);
+
+    m_orv->setGNSSInterval(7, 1);
+    m_orv->setGNSSInterval(7, interval);
+    QCOMPARE(m_engine->takeReceived().last(), QByteArray::fromHex("EF01000C 0007 0000 01 02" + field));
+    feed(*m_orv, positionReport(7));
+    QCOMPARE(watchdogs(*m_orv).at(0)->interval(), milliseconds);
 }
 
 void TestOrvComm::anIntervalForAnUnknownSessionAddsASilentOne()
