@@ -152,15 +152,20 @@ void ORVComm::handleLocationRequest(PacketView message)
     for (const SubBlock &block : wire::subBlocks(message)) {
         switch (BlockId(block.id)) {
         case BlockId::ClientName:
-            name = wire::readClientName(block.block).value_or(QString());
-            qDebug() << "Client name:" << name;
+            if (const auto read = wire::readClientName(block.block)) {
+                name = *read;
+                qDebug() << "Client name:" << name;
+            }
             break;
         case BlockId::ClientId:
-            id = wire::readClientId(block.block).value_or(QString());
-            qDebug() << "Client ID:" << id;
+            if (const auto read = wire::readClientId(block.block)) {
+                id = *read;
+                qDebug() << "Client ID:" << id;
+            }
             break;
         case BlockId::DefaultAnswer:
-            defaultAccept = wire::readDefaultAnswer(block.block).value_or(false);
+            if (const auto read = wire::readDefaultAnswer(block.block))
+                defaultAccept = *read;
             break;
         default:
             qDebug() << "Unknown subBlock Id:" << block.id;

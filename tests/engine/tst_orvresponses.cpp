@@ -227,6 +227,11 @@ void TestOrvResponses::locationRequestsAreShown_data()
         << sample::hex("EF0E0018 01 02 00 02  EF060008 00000000  EF140008 0000 01 00")
         << QStringList(u"request 2 type 1 default 1 name '' id ''"_s)
         << QStringList(u"debug: Unknown subBlock Id: 61190"_s);
+    QTest::newRow("sub-blocks too short for their fields change nothing that was said before")
+        << sample::hex("EF0E003D 01 02 00 06  EF12000A 000000 01 0041  EF13000A 0000 0100 0042"
+                       "EF140008 0000 01 00  EF120007 000000  EF130007 0000 01  EF140006 0000")
+        << QStringList(u"request 2 type 1 default 1 name 'A' id 'B'"_s)
+        << QStringList({u"debug: Client name: \"A\""_s, u"debug: Client ID: \"B\""_s});
     QTest::newRow("withdrawn") << sample::hex("EF0E0008 04 09 00 00") << QStringList(u"withdrawn 9"_s)
                                << quiet;
     QTest::newRow("withdrawn, with sub-blocks that are only logged")
