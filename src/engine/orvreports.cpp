@@ -79,6 +79,9 @@ void ORVComm::handleGNSSNotification(PacketView message)
     RawFix raw;
     if (!processSubBlocks(gnssInfo, message, notification->hasFix(), &raw))
         return;
+    // A receiver of the satellites may have stopped the last session: then this report is late too.
+    if (gnssState == Idle)
+        return;
 
     if (gnssState != Tracking)
         setState(Tracking);

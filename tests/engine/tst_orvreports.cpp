@@ -18,6 +18,8 @@ private slots:
     void aReportWithoutTheFixBitOnlyShowsSatellites();
     void aReportWithoutTheProcessBitIsDropped();
     void aReportWhileIdleIsDropped();
+    void aFixIsDroppedWhenItsSatellitesEndTheLastSession_data();
+    void aFixIsDroppedWhenItsSatellitesEndTheLastSession();
     void aReportWithoutPositionOrVelocityIsNoFix();
     void aVelocityAloneIsAFixWithoutACoordinate();
     void aFixForAnUnknownSessionOnlyMovesTheState();
@@ -89,6 +91,32 @@ void TestOrvReports::aReportWhileIdleIsDropped()
     QCOMPARE(m_bench->seen(), QStringList());
     QCOMPARE(m_bench->log().size(), 2);
     QCOMPARE(m_bench->orv().peakSignalSatellites(), 0);
+}
+
+void TestOrvReports::aFixIsDroppedWhenItsSatellitesEndTheLastSession_data()
+{
+    QTest::addColumn<bool>("again");
+    QTest::addColumn<QStringList>("seen");
+    QTest::newRow("the receiver only stops it")
+        << false << QStringList({u"view 2"_s, u"state 0"_s, u"use 1"_s});
+    QTest::newRow("the receiver starts another one")
+        << true
+        << QStringList({u"view 2"_s, u"state 0"_s, u"state 1"_s, u"use 1"_s, u"state 2"_s, u"vesk"_s});
+}
+
+void TestOrvReports::aFixIsDroppedWhenItsSatellitesEndTheLastSession()
+{
+    QFETCH(bool, again);
+    m_bench->startSession(7);
+    ORVComm &orv = m_bench->orv();
+    orv.setVESKUpdatesEnabled(true);
+    connect(&orv, &ORVComm::satellitesInView, &orv, [&orv, again] {
+        orv.stopGNSS(7);
+        if (again)
+            orv.startGNSS(8, 1);
+    });
+    m_bench->hear(sample::fullNotification(7));
+    QTEST(m_bench->seen(), "seen");
 }
 
 void TestOrvReports::aReportWithoutPositionOrVelocityIsNoFix()
