@@ -2,10 +2,12 @@
 
 #include "engine/messagereader.h"
 
+#include <QDeadlineTimer>
 #include <QSocketNotifier>
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include <sys/socket.h>
@@ -15,12 +17,25 @@
 namespace {
 
 // An engine that does not read must not stop the daemon for longer than this.
-constexpr timeval SendTimeout{.tv_sec = 2, .tv_usec = 0};
+constexpr std::chrono::seconds SendTimeout{2};
 
 // Also bounds connect(): a peer whose backlog is full would block it for ever.
 bool limitSendTime(int fd)
 {
-    return ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SendTimeout, sizeof SendTimeout) == 0;
+    const timeval timeout{.tv_sec = SendTimeout.count(), .tv_usec = 0};
+    return ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) == 0;
+}
+
+// A call with a time-out ends with EINTR at every signal: it is made again, but signal after signal
+// must not prolong it for ever.
+template <typename Call>
+ssize_t uninterrupted(Call call)
+{
+    const QDeadlineTimer deadline(SendTimeout);
+    ssize_t result = call();
+    while (result == -1 && errno == EINTR && !deadline.hasExpired())
+        result = call();
+    return result;
 }
 
 // The path counts without a terminating zero; errno tells why it failed.
@@ -35,7 +50,9 @@ bool connectTo(int fd, const char *path)
     }
     std::memcpy(address.sun_path, path, length);
     const auto addressLength = socklen_t(offsetof(sockaddr_un, sun_path) + length);
-    return ::connect(fd, reinterpret_cast<const sockaddr *>(&address), addressLength) == 0;
+    return uninterrupted([&] {
+               return ::connect(fd, reinterpret_cast<const sockaddr *>(&address), addressLength);
+           }) == 0;
 }
 
 } // namespace
@@ -66,7 +83,7 @@ int MsgSockClient::connect(const char *path)
     }
     qDebug("MsgSockClient::%s: Connected to orv.", __func__);
 
-    notifier.reset(); // of a connection that this one replaces
+    dropNotifier(); // of a connection that this one replaces
     fd = std::move(socket);
     notifier = std::make_unique<QSocketNotifier>(fd.get(), QSocketNotifier::Read);
     QObject::connect(notifier.get(), &QSocketNotifier::activated, this, &MsgSockClient::inMessage);
@@ -78,10 +95,7 @@ int MsgSockClient::send(const void *message)
     const PacketView start({static_cast<const std::byte *>(message), layout::header::size});
     const std::size_t length = wire::readHeader(start)->length;
 
-    ssize_t sent = -1;
-    do {
-        sent = ::send(fd.get(), message, length, MSG_NOSIGNAL);
-    } while (sent == -1 && errno == EINTR);
+    const ssize_t sent = uninterrupted([&] { return ::send(fd.get(), message, length, MSG_NOSIGNAL); });
     if (sent == -1) {
         qCritical("MsgSockClient::%s: send() : %s", __func__, std::strerror(errno));
         return -1;
@@ -92,13 +106,18 @@ int MsgSockClient::send(const void *message)
 void MsgSockClient::shutdown()
 {
     qDebug("MsgSockClient::%s()", __func__);
-    if (notifier) {
-        // It may be the notifier's own signal that led here.
-        notifier->setEnabled(false);
-        notifier.release()->deleteLater();
-    }
+    dropNotifier();
     fd.reset();
     emit connectionLost(); // the last step: a receiver may connect anew
+}
+
+// It may be the notifier's own signal that led here.
+void MsgSockClient::dropNotifier()
+{
+    if (!notifier)
+        return;
+    notifier->setEnabled(false);
+    notifier.release()->deleteLater();
 }
 
 void MsgSockClient::inMessage(int)

@@ -42,6 +42,8 @@ private slots:
     void inMessage(int);
 
 private:
+    void dropNotifier();
+
     std::unique_ptr<QSocketNotifier> notifier; // null while not connected
     FileDescriptor fd;
     std::span<const std::byte> m_received;

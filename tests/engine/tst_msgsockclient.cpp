@@ -4,12 +4,17 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEvent>
+#include <QPointer>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 using namespace Qt::StringLiterals;
 
@@ -25,11 +30,14 @@ private slots:
     void aPathThatIsTooLongFails();
     void aPathThatFillsTheAddressConnects();
     void aProcessWithoutDescriptorsCannotConnect();
+    void anEngineThatNeverAcceptsIsGivenUp_data() { addSignalRows(); }
     void anEngineThatNeverAcceptsIsGivenUp();
+    void aSignalDoesNotEndTheAttempt();
     void exactlyTheHeadersLengthIsSent_data();
     void exactlyTheHeadersLengthIsSent();
     void sendingWithoutAConnectionFails();
     void sendingToAnEngineThatWentFails();
+    void sendingToAnEngineThatNeverReadsIsGivenUp_data() { addSignalRows(); }
     void sendingToAnEngineThatNeverReadsIsGivenUp();
     void everyPacketArrivesWhole();
     void aClosedConnectionIsAnnouncedOnce();
@@ -37,9 +45,13 @@ private slots:
     void aReadErrorKeepsTheConnection();
     void aReceiverMayConnectAnewAtOnce();
     void aSecondConnectReplacesTheFirst();
+    void aReceiverOfAMessageMayConnectAnew();
+    void aShutdownWithoutAConnectionIsAnnouncedToo();
+    void aShutdownClosesTheConnection();
     void signalsAndSlotsKeepTheirOrder();
 
 private:
+    static void addSignalRows();
     QByteArray path() const { return QFile::encodeName(m_directory->filePath(u"engine"_s)); }
 
     std::unique_ptr<QTemporaryDir> m_directory;
@@ -57,6 +69,57 @@ QStringList openSockets()
     });
     return names;
 }
+
+int s_listener = -1; // the signal takes a connection from it
+
+// Takes the process out of its system calls, once or again and again; they do not go on by themselves.
+class Alarms
+{
+public:
+    enum Count { None, One, Many };
+
+    explicit Alarms(Count count)
+    {
+        struct sigaction action {
+        };
+        action.sa_handler = [](int) {
+            if (s_listener >= 0)
+                ::accept(s_listener, nullptr, nullptr);
+        };
+        ::sigaction(SIGALRM, &action, &m_before);
+        const timeval tenth{.tv_sec = 0, .tv_usec = 100000};
+        const itimerval times{.it_interval = count == Many ? tenth : timeval{},
+                              .it_value = count == None ? timeval{} : tenth};
+        ::setitimer(ITIMER_REAL, &times, nullptr);
+    }
+    ~Alarms()
+    {
+        const itimerval none{};
+        ::setitimer(ITIMER_REAL, &none, nullptr);
+        ::sigaction(SIGALRM, &m_before, nullptr);
+    }
+    Alarms(const Alarms &) = delete;
+    Alarms &operator=(const Alarms &) = delete;
+
+private:
+    struct sigaction m_before {
+    };
+};
+
+// The socket notifier that was activated last.
+class NotifierWatch : public QObject
+{
+public:
+    NotifierWatch() { QCoreApplication::instance()->installEventFilter(this); }
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        if (event->type() == QEvent::SockAct)
+            last = object;
+        return false;
+    }
+
+    QPointer<QObject> last;
+};
 
 QByteArray message(quint8 length, int bufferSize)
 {
@@ -164,8 +227,18 @@ void TestMsgSockClient::aProcessWithoutDescriptorsCannotConnect()
     QCOMPARE(log.lines(), QStringList(u"warning: MsgSockClient::connect: socket() : Too many open files"_s));
 }
 
+void TestMsgSockClient::addSignalRows()
+{
+    QTest::addColumn<int>("alarms");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("undisturbed") << int(Alarms::None) << u"Resource temporarily unavailable"_s;
+    QTest::newRow("with signal after signal") << int(Alarms::Many) << u"Interrupted system call"_s;
+}
+
 void TestMsgSockClient::anEngineThatNeverAcceptsIsGivenUp()
 {
+    QFETCH(int, alarms);
+    QFETCH(QString, reason);
     FakeEngine engine(QFile::decodeName(path())); // accepts in the event loop, which does not run here
     MsgSockClient waiting;
     QCOMPARE(waiting.connect(path().constData()), 0);
@@ -174,10 +247,37 @@ void TestMsgSockClient::anEngineThatNeverAcceptsIsGivenUp()
     MsgSockClient client;
     QElapsedTimer timer;
     timer.start();
-    QCOMPARE(client.connect(path().constData()), -1);
+    {
+        const Alarms disturbance{Alarms::Count(alarms)};
+        QCOMPARE(client.connect(path().constData()), -1);
+    }
+    QVERIFY(timer.elapsed() >= 1900);
     QVERIFY2(timer.elapsed() < 10000, "connect() has to give up");
-    QCOMPARE(log.lines(), QStringList(u"critical: MsgSockClient::connect: (socket) connect() : "
-                                      "Resource temporarily unavailable"_s));
+    QCOMPARE(log.lines(), QStringList(u"critical: MsgSockClient::connect: (socket) connect() : "_s + reason));
+}
+
+void TestMsgSockClient::aSignalDoesNotEndTheAttempt()
+{
+    const QStringList before = openSockets();
+    FakeEngine engine(QFile::decodeName(path()));
+    QStringList added = openSockets();
+    added.removeIf([&before](const QString &name) { return before.contains(name); });
+    QCOMPARE(added.size(), 1);
+    MsgSockClient waiting;
+    QCOMPARE(waiting.connect(path().constData()), 0);
+
+    LogCapture log;
+    MsgSockClient client;
+    s_listener = added.first().toInt();
+    int result = -1;
+    {
+        const Alarms disturbance{Alarms::One}; // and makes room
+        result = client.connect(path().constData());
+    }
+    s_listener = -1;
+    QCOMPARE(result, 0);
+    QVERIFY(client.isConnected());
+    QCOMPARE(log.lines(), QStringList(u"debug: MsgSockClient::connect: Connected to orv."_s));
 }
 
 void TestMsgSockClient::exactlyTheHeadersLengthIsSent_data()
@@ -225,6 +325,8 @@ void TestMsgSockClient::sendingToAnEngineThatWentFails()
 
 void TestMsgSockClient::sendingToAnEngineThatNeverReadsIsGivenUp()
 {
+    QFETCH(int, alarms);
+    QFETCH(QString, reason);
     FakeEngine engine(QFile::decodeName(path()), FakeEngine::NeverReads);
     MsgSockClient client;
     QCOMPARE(client.connect(path().constData()), 0);
@@ -232,13 +334,13 @@ void TestMsgSockClient::sendingToAnEngineThatNeverReadsIsGivenUp()
     LogCapture log;
     QElapsedTimer timer;
     int sent = 0;
+    const Alarms disturbance{Alarms::Count(alarms)};
     for (timer.start(); client.send(message(200, 200).constData()) == 0; timer.restart())
         QVERIFY2(++sent < 100000, "the socket never fills");
     QVERIFY(sent > 0);
     QVERIFY(timer.elapsed() >= 1900);
     QVERIFY(timer.elapsed() < 10000);
-    QCOMPARE(log.lines(),
-             QStringList(u"critical: MsgSockClient::send: send() : Resource temporarily unavailable"_s));
+    QCOMPARE(log.lines(), QStringList(u"critical: MsgSockClient::send: send() : "_s + reason));
     QVERIFY(client.isConnected());
 }
 
@@ -359,6 +461,59 @@ void TestMsgSockClient::aSecondConnectReplacesTheFirst()
     QTRY_COMPARE(engine.connections(), 2);
     QCOMPARE(openSockets().size(), sockets);
     QCOMPARE(lost.size(), 0);
+}
+
+void TestMsgSockClient::aReceiverOfAMessageMayConnectAnew()
+{
+    FakeEngine engine(QFile::decodeName(path()));
+    MsgSockClient client;
+    NotifierWatch watch;
+    int messages = 0;
+    connect(&client, &MsgSockClient::messageReceived, this, [&] {
+        if (++messages > 1)
+            return;
+        QVERIFY(watch.last);
+        QCOMPARE(client.connect(path().constData()), 0);
+        QVERIFY2(watch.last, "the notifier is on the stack");
+    });
+    QCOMPARE(client.connect(path().constData()), 0);
+    QTRY_COMPARE(engine.connections(), 1);
+    QVERIFY(engine.send(message(8, 8)));
+    QTRY_COMPARE(engine.connections(), 2);
+    QVERIFY(engine.send(message(8, 8)));
+    QTRY_COMPARE(messages, 2);
+}
+
+void TestMsgSockClient::aShutdownWithoutAConnectionIsAnnouncedToo()
+{
+    MsgSockClient client;
+    QSignalSpy lost(&client, &MsgSockClient::connectionLost);
+    LogCapture log;
+    client.shutdown();
+    QCOMPARE(log.lines(), QStringList(u"debug: MsgSockClient::shutdown()"_s));
+    QCOMPARE(lost.size(), 1);
+    QVERIFY(!client.isConnected());
+
+    FakeEngine engine(QFile::decodeName(path()));
+    QCOMPARE(client.connect(path().constData()), 0);
+    QTRY_COMPARE(engine.connections(), 1);
+}
+
+void TestMsgSockClient::aShutdownClosesTheConnection()
+{
+    FakeEngine engine(QFile::decodeName(path()));
+    MsgSockClient client;
+    QCOMPARE(client.connect(path().constData()), 0);
+    QTRY_COMPARE(engine.connections(), 1);
+    const auto sockets = openSockets().size();
+    QSignalSpy lost(&client, &MsgSockClient::connectionLost);
+
+    client.shutdown();
+    QCOMPARE(openSockets().size(), sockets - 1);
+    QCOMPARE(lost.size(), 1);
+    QVERIFY(!client.isConnected());
+    client.shutdown();
+    QCOMPARE(openSockets().size(), sockets - 1);
 }
 
 void TestMsgSockClient::signalsAndSlotsKeepTheirOrder()
