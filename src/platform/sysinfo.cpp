@@ -34,17 +34,21 @@ std::optional<QByteArray> firstNonEmpty(const QString &root, std::initializer_li
     return std::nullopt;
 }
 
-// The value of one NAME=value or NAME="value" line; os-release(5).
+// The value of one NAME=value or NAME="value" line. The administrator's file counts alone where there
+// is one, else the vendor's; os-release(5).
 std::optional<QByteArray> osRelease(const QString &root, QByteArrayView name)
 {
-    const auto text = contentOf(root + u"/etc/os-release"_s);
+    auto text = contentOf(root + u"/etc/os-release"_s);
+    if (!text)
+        text = contentOf(root + u"/usr/lib/os-release"_s);
     if (!text)
         return std::nullopt;
     for (QByteArray line : text->split('\n')) {
         if (!line.startsWith(name) || line.size() <= name.size() || line.at(name.size()) != '=')
             continue;
         line = line.sliced(name.size() + 1).trimmed();
-        if (line.size() >= 2 && (line.startsWith('"') || line.startsWith('\'')) && line.back() == line.front())
+        if (line.size() >= 2 && (line.startsWith('"') || line.startsWith('\'')) &&
+            line.back() == line.front())
             line = line.sliced(1, line.size() - 2);
         return line;
     }
@@ -56,7 +60,8 @@ std::optional<QByteArray> knownByTheMachine(const QString &root, QByteArrayView 
     if (key == "/component/product-name")
         return firstNonEmpty(root, {"/sys/class/dmi/id/product_name"_L1, "/proc/device-tree/model"_L1});
     if (key == "/device/hw-version")
-        return firstNonEmpty(root, {"/sys/class/dmi/id/product_version"_L1, "/proc/device-tree/compatible"_L1});
+        return firstNonEmpty(root,
+                             {"/sys/class/dmi/id/product_version"_L1, "/proc/device-tree/compatible"_L1});
     if (key == "/device/sw-release-ver")
         return osRelease(root, "PRETTY_NAME");
     return std::nullopt;

@@ -33,6 +33,7 @@ private slots:
     void theMachineKnowsItself();
     void theFileWinsOverTheMachine();
     void theDeviceTreeStandsInForDmi();
+    void theReleaseIsTheAdministratorsElseTheVendors();
 };
 
 void TestSysinfo::keysAreFiles_data()
@@ -123,6 +124,18 @@ void TestSysinfo::theDeviceTreeStandsInForDmi()
     const DeviceTree tree;
     QVERIFY(tree.write(u"/proc/device-tree/model"_s, QByteArray("Board\0", 6)));
     QCOMPARE(valueOf(tree, "/component/product-name"), Value("Board"));
+}
+
+// os-release(5): the file in /etc is used alone where there is one.
+void TestSysinfo::theReleaseIsTheAdministratorsElseTheVendors()
+{
+    const DeviceTree tree;
+    QVERIFY(tree.write(u"/usr/lib/os-release"_s, "PRETTY_NAME=\"The vendor's\"\n"));
+    QCOMPARE(valueOf(tree, "/device/sw-release-ver"), Value("The vendor's"));
+    QVERIFY(tree.write(u"/etc/os-release"_s, "PRETTY_NAME=\"The administrator's\"\n"));
+    QCOMPARE(valueOf(tree, "/device/sw-release-ver"), Value("The administrator's"));
+    QVERIFY(tree.write(u"/etc/os-release"_s, "ID=x\n"));
+    QCOMPARE(valueOf(tree, "/device/sw-release-ver"), Value());
 }
 
 QTEST_APPLESS_MAIN(TestSysinfo)
