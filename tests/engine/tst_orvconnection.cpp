@@ -30,6 +30,7 @@ private slots:
     void theSourceDecidesWhoIsConnected();
     void theSourceIsChosenAnewEveryTime();
     void theTestEngineIsLaunchedWhenItDoesNotRun();
+    void aSlowTestEngineIsTriedAgain_data();
     void aSlowTestEngineIsTriedAgain();
     void anUnreachableTestEngineIsTheEnd();
     void losingTheEngineEndsTheSessionsWithoutAStateSignal();
@@ -41,7 +42,8 @@ private slots:
 
 private:
     bool write(const QString &path, const QByteArray &content = {}) const;
-    bool provideTestEngine(const QByteArray &startDelaySeconds) const;
+    bool provideTestEngine() const;
+    bool provideInterpreter(const QString &program) const;
     void connectTo(FakeEngine &engine, ORVComm &orv);
 
     QStringList take() const { return m_log->takeLines(); }
@@ -62,6 +64,22 @@ int waitForEngine()
     int status = -1;
     const bool ended = QTest::qWaitFor([&status] { return ::waitpid(-1, &status, WNOHANG) > 0; }, 15000);
     return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// What the test engine does: serves one connection and ends with it, or by itself.
+int serveOneConnection(const char *script)
+{
+    QFile path(QFile::decodeName(script));
+    if (!path.open(QIODevice::ReadOnly))
+        return 2;
+    FakeEngine engine(QFile::decodeName(path.readAll()));
+    const auto receives = [&engine] { return engine.takeReceived() == QList<QByteArray>{Registration}; };
+    if (!QTest::qWaitFor(receives, 10000))
+        return 3;
+    return engine.send(engineside::privacyRegistered(true)) &&
+                   QTest::qWaitFor([&engine] { return engine.isLeft(); }, 10000)
+               ? 0
+               : 4;
 }
 
 // Like the daemon's handler: every line at once, and a fatal one is the last.
@@ -96,31 +114,19 @@ bool TestOrvConnection::write(const QString &path, const QByteArray &content) co
            file.write(content) == content.size();
 }
 
-// A script in the test engine's place that serves one connection and ends with it, or by itself.
-bool TestOrvConnection::provideTestEngine(const QByteArray &startDelaySeconds) const
+// This program under the interpreter's name: see serveOneConnection(). Its script is the socket's path.
+bool TestOrvConnection::provideTestEngine() const
+{
+    return provideInterpreter(QCoreApplication::applicationFilePath()) &&
+           QDir().mkpath(m_root->path() + u"/tmp"_s) &&
+           write(m_root->path() + u"/usr/lib/lodestard-tests/fake_orv.py"_s,
+                 QFile::encodeName(m_paths.testEngineSocket()));
+}
+
+bool TestOrvConnection::provideInterpreter(const QString &program) const
 {
     const QString interpreter = m_root->path() + u"/usr/bin/python2.6"_s;
-    const QByteArray script = "import socket, time\n"
-                              "time.sleep(" +
-                              startDelaySeconds +
-                              ")\n"
-                              "server = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)\n"
-                              "server.settimeout(10)\n"
-                              "server.bind('" +
-                              QFile::encodeName(m_paths.testEngineSocket()) +
-                              "')\n"
-                              "server.listen(1)\n"
-                              "connection = server.accept()[0]\n"
-                              "connection.settimeout(10)\n"
-                              "try:\n"
-                              "    if connection.recv(100) == b'\\xef\\x0c\\x00\\x06\\x00\\x00':\n"
-                              "        connection.send(b'\\xef\\x0d\\x00\\x08\\x00\\x00\\x00\\x00')\n"
-                              "    connection.recv(100)\n"
-                              "except OSError:\n" // the daemon may leave at any moment
-                              "    pass\n";
-    return QDir().mkpath(QFileInfo(interpreter).path()) && QDir().mkpath(m_root->path() + u"/tmp"_s) &&
-           QFile::link(u"/usr/bin/python3"_s, interpreter) &&
-           write(m_root->path() + u"/usr/lib/lodestard-tests/fake_orv.py"_s, script);
+    return QDir().mkpath(QFileInfo(interpreter).path()) && QFile::link(program, interpreter);
 }
 
 void TestOrvConnection::connectTo(FakeEngine &engine, ORVComm &orv)
@@ -212,7 +218,7 @@ void TestOrvConnection::theSourceIsChosenAnewEveryTime()
 
 void TestOrvConnection::theTestEngineIsLaunchedWhenItDoesNotRun()
 {
-    QVERIFY(provideTestEngine("0"));
+    QVERIFY(provideTestEngine());
     const ScopedVariable source("POSITIONING_SOURCE", QByteArray("FAKE"));
     {
         ORVComm orv(m_paths);
@@ -229,21 +235,46 @@ void TestOrvConnection::theTestEngineIsLaunchedWhenItDoesNotRun()
     QCOMPARE(waitForEngine(), 0);
 }
 
+void TestOrvConnection::aSlowTestEngineIsTriedAgain_data()
+{
+    QTest::addColumn<int>("attempts"); // that are announced
+    QTest::newRow("it is there after the launch") << 0;
+    QTest::newRow("it is there a second later") << 1;
+    QTest::newRow("it is there at the last moment") << 4;
+}
+
+// The engine's socket appears with the line that comes before the attempt, so no machine is too slow.
 void TestOrvConnection::aSlowTestEngineIsTriedAgain()
 {
-    QVERIFY(provideTestEngine("0.5"));
+    QFETCH(int, attempts);
+    QVERIFY(provideInterpreter(u"/bin/true"_s));
     QVERIFY(write(m_paths.marker(".fake_positioning")));
-    {
-        ORVComm orv(m_paths);
-        QElapsedTimer timer;
-        timer.start();
-        QCOMPARE(orv.init(), 0);
-        QVERIFY(timer.elapsed() >= 1200);
-        // Each attempt after the first second's wait is announced.
-        const auto again = take().filter(u"Trying to connect to fake ORV."_s);
-        QVERIFY(!again.isEmpty());
-        QCOMPARE(again.first(), u"warning: Trying to connect to fake ORV."_s);
-    }
+    std::optional<FakeEngine> engine;
+    const QString again = u"warning: Trying to connect to fake ORV."_s;
+    int left = attempts;
+    m_log->onLine([&](const QString &line) {
+        const bool isLaunch = line == u"warning: Trying to launch fake orvd."_s;
+        if ((isLaunch || line == again) && left-- == 0)
+            engine.emplace(m_paths.testEngineSocket());
+    });
+
+    ORVComm orv(m_paths);
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(orv.init(), 0);
+    QVERIFY(timer.elapsed() >= 200 + 1000 * attempts);
+    QCOMPARE(engine->takeReceived(), QList<QByteArray>{Registration});
+
+    QStringList expected{u"debug: Connecting to fake orvd."_s, u"warning: Trying to launch fake orvd."_s};
+    for (int i = 0; i < attempts; ++i)
+        expected.append(again);
+    expected.append({u"debug: MsgSockClient::connect: Connected to orv."_s,
+                     u"warning: >>>>> Using fake position source! <<<<<<"_s});
+    QStringList lines = take();
+    const QString refused = u"critical: MsgSockClient::connect: (socket) connect() : "
+                            "No such file or directory"_s;
+    QCOMPARE(lines.removeAll(refused), attempts + 1);
+    QCOMPARE(lines, expected);
     QCOMPARE(waitForEngine(), 0);
 }
 
@@ -407,5 +438,13 @@ void TestOrvConnection::packetsFromTheSocketAreHandled()
     QCOMPARE(seen.take(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(TestOrvConnection)
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    if (argc == 2 && qstrcmp(argv[0], "python2.6") == 0)
+        return serveOneConnection(argv[1]);
+    TestOrvConnection test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_orvconnection.moc"

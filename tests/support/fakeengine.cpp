@@ -86,6 +86,7 @@ void FakeEngine::acceptConnection()
     drop();
     m_connection = std::move(connection);
     ++m_connections;
+    m_left = false;
     if (m_reading == NeverReads)
         return;
     m_readNotifier = std::make_unique<QSocketNotifier>(m_connection.get(), QSocketNotifier::Read);
@@ -104,7 +105,10 @@ bool FakeEngine::readPacket()
     const auto count = ::recv(m_connection.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (count > 0)
         m_received.append(QByteArray(buffer.data(), qsizetype(count)));
-    else if (count == 0 && m_readNotifier)
-        m_readNotifier->setEnabled(false); // the daemon left; the test decides what follows
+    else if (count == 0) {
+        m_left = true; // the test decides what follows
+        if (m_readNotifier)
+            m_readNotifier->setEnabled(false);
+    }
     return count > 0;
 }

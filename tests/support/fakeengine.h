@@ -25,6 +25,7 @@ public:
 
     [[nodiscard]] bool isListening() const { return m_listener.isValid(); }
     [[nodiscard]] bool isConnected() const { return m_connection.isValid(); }
+    [[nodiscard]] bool isLeft() const { return m_left; }            // the daemon has closed the connection
     [[nodiscard]] int connections() const { return m_connections; } // accepted so far
 
     [[nodiscard]] const QList<QByteArray> &received() const { return m_received; }
@@ -47,4 +48,5 @@ private:
     std::unique_ptr<QSocketNotifier> m_readNotifier;
     QList<QByteArray> m_received;
     int m_connections = 0;
+    bool m_left = false;
 };

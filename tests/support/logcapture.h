@@ -5,6 +5,7 @@
 #include <QStringList>
 #include <QtMessageHandler>
 
+#include <functional>
 #include <utility>
 
 // Takes every log line of the process while it lives, as "debug: text", "warning: text", ...
@@ -38,11 +39,19 @@ public:
         return std::exchange(m_lines, {});
     }
 
+    // Called after every line from now on, in the thread that wrote it.
+    void onLine(const std::function<void(const QString &)> &reaction) { m_reaction = reaction; }
+
 private:
     static void take(QtMsgType type, const QMessageLogContext &, const QString &text)
     {
-        const QMutexLocker lock(&s_current->m_mutex);
-        s_current->m_lines.append(levelName(type) + text);
+        const QString line = levelName(type) + text;
+        {
+            const QMutexLocker lock(&s_current->m_mutex);
+            s_current->m_lines.append(line);
+        }
+        if (s_current->m_reaction)
+            s_current->m_reaction(line);
     }
     static QString levelName(QtMsgType type)
     {
@@ -65,4 +74,5 @@ private:
     QtMessageHandler m_previous = nullptr;
     mutable QMutex m_mutex; // the bus thread logs too
     QStringList m_lines;
+    std::function<void(const QString &)> m_reaction;
 };
