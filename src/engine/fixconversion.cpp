@@ -91,39 +91,44 @@ bool isInView(const SatelliteRecord &record)
     return hasSignal(record) || (record.elevation != elevationUnknown && record.azimuth != azimuthUnknown);
 }
 
-QGeoSatelliteInfo satellite(const SatelliteRecord &record)
+void describe(const SatelliteRecord &record, QGeoSatelliteInfo &info)
 {
     using namespace layout::satellite;
-    QGeoSatelliteInfo info;
     info.setSatelliteIdentifier(record.number + 1);
-    if (record.cno != cnoUnknown)
-        info.setSignalStrength(record.cno >> unit::carrierToNoiseFractionBits);
+    info.setSignalStrength(record.cno != cnoUnknown ? record.cno >> unit::carrierToNoiseFractionBits : -1);
     if (record.elevation != elevationUnknown) {
         info.setAttribute(QGeoSatelliteInfo::Elevation,
                           static_cast<float>(qint16(record.elevation) * unit::hundredth));
+    } else {
+        info.removeAttribute(QGeoSatelliteInfo::Elevation);
     }
-    if (record.azimuth != azimuthUnknown) {
+    if (record.azimuth != azimuthUnknown)
         info.setAttribute(QGeoSatelliteInfo::Azimuth, static_cast<float>(record.azimuth * unit::hundredth));
-    }
-    return info;
+    else
+        info.removeAttribute(QGeoSatelliteInfo::Azimuth);
 }
 
 int splitSatellites(const SatelliteRecords &records, QList<QGeoSatelliteInfo> &inView,
                     QList<QGeoSatelliteInfo> &inUse)
 {
-    inView.clear();
+    // Making a satellite allocates several times: those of the last report are described anew. The
+    // satellites in use share them, so they go first.
     inUse.clear();
     int withSignal = 0;
+    qsizetype seen = 0;
     for (const SatelliteRecord &record : records) {
         if (hasSignal(record))
             ++withSignal;
         if (!isInView(record))
             continue;
-        const auto info = satellite(record);
-        inView.append(info);
+        if (seen == inView.size())
+            inView.emplaceBack();
+        QGeoSatelliteInfo &info = inView[seen++];
+        describe(record, info);
         if (record.used == layout::satellite::usedInFix)
             inUse.append(info);
     }
+    inView.resize(seen);
     return withSignal;
 }
 

@@ -40,7 +40,8 @@ void applyTime(const TimeBlock &block, RawFix &raw);
 // In view: where the satellite stands is known, or it is heard.
 bool hasSignal(const SatelliteRecord &record);
 bool isInView(const SatelliteRecord &record);
-QGeoSatelliteInfo satellite(const SatelliteRecord &record);
+// Sets everything the record knows, and takes away what it does not.
+void describe(const SatelliteRecord &record, QGeoSatelliteInfo &info);
 
 // Fills both lists anew; returns how many satellites have a signal above 0.
 int splitSatellites(const SatelliteRecords &records, QList<QGeoSatelliteInfo> &inView,

@@ -308,7 +308,9 @@ void TestFixConversion::satellites_data()
 void TestFixConversion::satellites()
 {
     QFETCH(SatelliteRecord, record);
-    const auto info = fixconversion::satellite(record);
+    QGeoSatelliteInfo info; // of another satellite, in the last report
+    fixconversion::describe({.number = 99, .used = 1, .cno = 700, .elevation = 1234, .azimuth = 4321}, info);
+    fixconversion::describe(record, info);
     QTEST(info.satelliteIdentifier(), "prn");
     QTEST(info.signalStrength(), "signal");
     QTEST(attribute(info, QGeoSatelliteInfo::Elevation), "elevation");

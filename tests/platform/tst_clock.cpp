@@ -1,4 +1,5 @@
 #include "platform/clock.h"
+#include "support/scoped.h"
 #include "support/stillclock.h"
 
 #include <QTest>
@@ -11,6 +12,7 @@ class TestClock : public QObject
 
 private slots:
     void theSystemClockShowsLocalTime();
+    void aChangedZoneIsNoticedWithinASecond();
     void monotonicTimeIsTheSteadyClocks();
     void secondsAreCountedFromTheEpoch();
 };
@@ -22,7 +24,18 @@ void TestClock::theSystemClockShowsLocalTime()
     const QDateTime after = QDateTime::currentDateTime();
     QVERIFY(before <= shown);
     QVERIFY(shown <= after);
-    QCOMPARE(shown.timeSpec(), Qt::LocalTime);
+    const QDateTime local = shown.toLocalTime();
+    QCOMPARE(shown.date(), local.date());
+    QCOMPARE(shown.time(), local.time());
+    QCOMPARE(shown.offsetFromUtc(), local.offsetFromUtc());
+}
+
+void TestClock::aChangedZoneIsNoticedWithinASecond()
+{
+    const ScopedVariable zone("TZ", "UTC0");
+    QTRY_COMPARE(Clock::system().now().offsetFromUtc(), 0);
+    qputenv("TZ", "XXX-5:30"); // POSIX counts westwards
+    QTRY_COMPARE(Clock::system().now().offsetFromUtc(), (5 * 60 + 30) * 60);
 }
 
 void TestClock::monotonicTimeIsTheSteadyClocks()
