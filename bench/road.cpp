@@ -248,11 +248,13 @@ private:
     int m_id = 0;
 };
 
-void waitForSubject(const Application &application)
+// The subject before this one may still be leaving the bus when this one starts.
+void waitForSubject(const Application &application, bool there)
 {
     const auto deadline = Clock::now() + Patience;
-    while (!application.subjectIsThere()) {
-        require(Clock::now() < deadline, "the subject never took its name");
+    while (application.subjectIsThere() != there) {
+        require(Clock::now() < deadline,
+                there ? "the subject never took its name" : "the name is taken for good");
         usleep(200);
     }
 }
@@ -260,11 +262,11 @@ void waitForSubject(const Application &application)
 // Subject, engine and applications with running sessions.
 struct Stage {
     Stage(char **subjectArguments, std::size_t clients)
-        : subject(subjectArguments)
-        , applications(clients)
+        : applications(clients)
+        , subject(start(subjectArguments))
     {
         engine.accept();
-        waitForSubject(applications.front());
+        waitForSubject(applications.front(), true);
         for (auto &application : applications)
             application.enlist(true);
         std::size_t started = 0;
@@ -287,9 +289,15 @@ struct Stage {
         return sum;
     }
 
+    char **start(char **subjectArguments) const
+    {
+        waitForSubject(applications.front(), false);
+        return subjectArguments;
+    }
+
     Engine engine;
-    Subject subject;
     std::vector<Application> applications;
+    Subject subject; // ends first
 };
 
 double percentile(std::vector<double> &sorted, double share)
@@ -310,9 +318,10 @@ int measureStartup(int runs, char **subjectArguments)
     std::vector<double> times;
     for (int run = 0; run < runs; ++run) {
         const Application application;
+        waitForSubject(application, false);
         const Subject subject(subjectArguments);
         engine.accept();
-        waitForSubject(application);
+        waitForSubject(application, true);
         times.push_back(Microseconds(Clock::now() - subject.started()).count() / 1000.0);
     }
     std::sort(times.begin(), times.end());

@@ -117,7 +117,9 @@ quint32 timeOfDay(QTime time)
 
 QByteArray FixStream::writeFix(const QGeoPositionInfo &fix)
 {
-    const QDateTime stamp = fix.timestamp().toLocalTime();
+    // Already local, with or without its offset: converting it would look the zone up once more.
+    const bool isUtc = fix.timestamp().timeSpec() == Qt::UTC;
+    const QDateTime stamp = isUtc ? fix.timestamp().toLocalTime() : fix.timestamp();
     const QGeoCoordinate coordinate = fix.coordinate();
     Writer out(FixBytes + qsizetype(FixAttributes.size()) * AttributeBytes);
     out.put(julianDay(stamp.date()));
