@@ -2,8 +2,10 @@
 
 #include "settings/privatefile.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
 #include <QSettings>
 
 #include <algorithm>
@@ -12,6 +14,25 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// QSettings locks what it writes with a file beside it. A process that is killed in that moment
+// leaves the lock behind, and QSettings would wait half a minute for a dead owner: so every new file
+// has a name of its own, and what a killed process left is swept up at the start.
+constexpr QLatin1StringView FreshMark(".new-");
+
+QString freshName(const QString &path)
+{
+    return path + FreshMark + QString::number(QRandomGenerator::system()->generate64(), 16);
+}
+
+void removeLeftovers(const QString &path)
+{
+    const QFileInfo file(path);
+    QDir directory = file.dir();
+    for (const QString &name :
+         directory.entryList({file.fileName() + FreshMark + u'*'}, QDir::Files | QDir::Hidden))
+        directory.remove(name);
+}
 
 // A file that ends too early lacks its last line feed or some of its lines; QSettings writes one
 // line for each key, empty lines and section headers.
@@ -36,6 +57,7 @@ SettingsFile::SettingsFile(const QString &path)
     ensurePrivateFile(m_path);
     if (const QString target = QFileInfo(m_path).canonicalFilePath(); !target.isEmpty())
         m_path = target; // a link stays a link
+    removeLeftovers(m_path);
     readFromDisk();
 }
 
@@ -52,7 +74,7 @@ bool SettingsFile::write()
         return false;
     if (old.exists() && stampOnDisk() != m_stamp)
         readFromDisk();
-    const QString fresh = m_path + u".new"_s;
+    const QString fresh = freshName(m_path);
     if (!formatInto(fresh) ||
         std::rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_path).constData()) != 0) {
         QFile::remove(fresh);

@@ -1,7 +1,9 @@
 """The settings service: every key, its files, its signals and its refusals."""
 
 import os
+import signal
 import stat
+import time
 from pathlib import Path
 
 import pytest
@@ -408,3 +410,23 @@ def test_a_full_disk_fails_the_write_and_the_next_one_makes_up_for_it(stage):
     found = files.read_settings(path)
     assert (found["WiFiPositioning"], found["Positioning"], found["CellularPositioning"]) == ("false",) * 3
     assert len(found) == len(KEYS)
+
+
+def test_a_daemon_killed_while_it_writes_does_not_hold_up_the_next(stage):
+    """Killed at ever later moments around the writing of its first file, again and again."""
+    directory = files.settings_path().parent
+    cut_short = 0
+    for attempt in range(60):
+        files.settings_path().unlink(missing_ok=True)
+        daemon = stage.launch()
+        stage.session.wait_owner("com.varn.lodestard.client")
+        time.sleep(attempt * 0.0001)
+        os.kill(daemon.pid, signal.SIGKILL)
+        daemon.wait_exit()
+        cut_short += any(path.name != "location_settings" for path in directory.iterdir())
+        stage.session.wait_owner("com.varn.lodestard.client", present=False)
+    print(f"{cut_short} of 60 left an unfinished file behind")
+    stage.daemon()
+    assert stage.settings().set("WiFiPositioning", False) is True
+    assert stored()["WiFiPositioning"] == "false"
+    assert [path.name for path in directory.iterdir()] == ["location_settings"]

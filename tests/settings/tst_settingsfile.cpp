@@ -55,6 +55,7 @@ private slots:
     void whatOthersChangedIsTakenOver();
     void aLinkStaysALink();
     void nothingIsLeftBeside();
+    void whatAKilledDaemonLeftIsSweptUp();
     void valuesComeBackAfterARestart();
     void userDecidesThePath_data();
     void userDecidesThePath();
@@ -235,6 +236,20 @@ void TestSettingsFile::nothingIsLeftBeside()
     QCOMPARE(directory.entryList(QDir::Files | QDir::Hidden), QStringList{u"location_settings"_s});
     QVERIFY(f.set(u"Positioning"_s, false));
     QCOMPARE(directory.entryList(QDir::Files | QDir::Hidden), QStringList{u"location_settings"_s});
+}
+
+void TestSettingsFile::whatAKilledDaemonLeftIsSweptUp()
+{
+    SettingsFixture f;
+    QVERIFY(f.writeUserFile("Positioning=false\n"));
+    const QString half = SettingsFixture::UserFile + u".new-5ca1ab1e"_s;
+    QVERIFY(f.tree.write(half, "[General]\nPosi"));
+    QVERIFY(f.tree.write(half + u".lock"_s, {}));
+    f.startQuietly();
+    QVERIFY(f.set(u"WiFiPositioning"_s, false));
+    const QDir directory(f.tree.at(u"/home/user/.lodestard/private"_s));
+    QCOMPARE(directory.entryList(QDir::Files | QDir::Hidden), QStringList{u"location_settings"_s});
+    QCOMPARE(f.settings->value(u"Positioning"_s).toBool(), false);
 }
 
 void TestSettingsFile::valuesComeBackAfterARestart()
