@@ -199,7 +199,7 @@ def test_an_engine_that_went_away_is_found_again(road):
     road.engine.expect(wire.RegisterPrivacy)
     begin = time.monotonic()
     road.engine.expect(wire.SuplServers)
-    assert 0.8 <= time.monotonic() - begin
+    assert 0.5 <= time.monotonic() - begin
     start = road.engine.expect(wire.GnssRequest)
     assert (start.session, start.command, start.interval) == (client.id, wire.START, 5)
     road.fix(client, 11)
@@ -221,7 +221,7 @@ def test_an_engine_that_is_gone_for_long(stage):
     assert road.daemon.messages("Warning").count("lodestard: ORVComm reconnection failed.") == 2
     road.engine.listen()
     road.engine.expect(wire.RegisterPrivacy)
-    assert 10 <= time_between(road.daemon, "reconnect after 12 s", "Connected to orv.") <= 18
+    assert 10 <= time_between(road.daemon, "reconnect after 12 s", "Connected to orv.") <= 30
     road.engine.expect(wire.SuplServers)
 
 
@@ -246,8 +246,12 @@ def test_an_engine_that_does_not_read(road):
     client = road.satellite_client()
     road.engine.stop_reading()
     full = "MsgSockClient::send: send() : Resource temporarily unavailable"
-    wait_until(lambda: client.configure(app.SET_INTERVAL, interval=3000) == 0 and road.daemon.has_message(full, "Critical"),
-               "the socket is full", poll=0)
+
+    def full_after_one_more():
+        client.configure(app.SET_INTERVAL, interval=3000)
+        return road.daemon.has_message(full, "Critical")
+
+    wait_until(full_after_one_more, "the socket is full", poll=0)
     assert len(client.latest_position()) == 37
     road.engine.resume_reading()
     client.configure(app.SET_INTERVAL, interval=7000)
@@ -263,3 +267,15 @@ def test_usr1_deletes_all_assistance_data(road):
     road.settle()
     assert road.lines("Deleting all") == 3 * ["Deleting all GPS assistance data."]
     assert road.lines("deleteAssistanceData") == []
+
+
+def test_an_engine_that_keeps_dying_ends_the_daemon(stage):
+    """Told by a clock that stands still between its ends."""
+    road = Road(stage, faketime="2026-06-01 12:00:00", environment={"FAKETIME_DONT_FAKE_MONOTONIC": "1"})
+    for count in range(2, 11):
+        road.engine.disconnect()
+        if count < 10:
+            road.engine.wait_connected(count)
+    assert road.daemon.wait_exit() == 1
+    assert road.daemon.messages("Fatal") == [
+        "PositionDaemon::onOrvDisconnected Too frequent respawns from ORV - exiting"]

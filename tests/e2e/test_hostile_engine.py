@@ -112,10 +112,11 @@ def test_lying_header_lengths(road, client):
 
 @pytest.mark.parametrize("length", [0, 1, 2, 3])
 def test_a_sub_block_shorter_than_its_header_ends_the_walk(road, client, length):
-    bad = struct.pack(">HH", 0xEF06, length)
+    bad = struct.pack(">HH", 0xEFAB, length)
     road.report(client, wire.velocity(100, 200), bad, wire.position(10, 20))
     road.report(client, *(255 * [bad]))
     road.settle(client)
+    assert road.lines("processSubBlocks") == []
     assert [fix.attributes for fix in client.fixes()] == [{stream.DIRECTION: 1, stream.GROUND_SPEED: 2}]
     check(road, client)
 
@@ -178,9 +179,10 @@ def test_lying_counts_of_sub_blocks(road, client, count):
 def test_texts_with_lying_counts(road, client):
     """A location request's name and id are clamped to what is there."""
     name, number = "N\u00e4me", "+41"
+    number_block = wire.block(0xEF13, struct.pack(">2xH", 0xFFFF) + number.encode("utf-16-be") + b"\1")
     road.engine.send(
         wire.location_request(9, 1, wire.block(0xEF12, struct.pack(">3xB", 255) + name.encode("utf-16-be"))),
-        wire.location_request(9, 1, wire.block(0xEF13, struct.pack(">2xH", 0xFFFF) + number.encode("utf-16-be") + b"\1")),
+        wire.location_request(9, 1, number_block),
         wire.location_request(9, 1, wire.block(0xEF12, b""), wire.block(0xEF13, b"\0"), wire.block(0xEF14, b"")),
         wire.location_request(9, 1, wire.client_name("end\0ed"), wire.block(0xEFEE, b"")))
     road.settle()

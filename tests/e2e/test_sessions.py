@@ -48,11 +48,10 @@ def test_a_network_client_changes_over_when_the_fix_comes_and_when_it_is_lost(st
     start = road.engine.expect(wire.GnssRequest)
     assert (start.session, start.command, start.interval) == (rider.id, wire.START, 2)
     assert "stopSessions: client: id=6001, stopped=0, methods=0xffffff00, actGNSS=0, actSUPL=1" in road.lines("stop")
-    mark = road.daemon.mark()
-    road.daemon.wait_for_message("GNSS mode: Search", "Debug", after=mark)  # nothing came: the fix is lost
+    road.daemon.wait_for_message("GNSS mode: Search", "Debug", count=2)  # nothing more came: the fix is lost
     stop = road.engine.expect(wire.GnssRequest)
     assert (stop.session, stop.command) == (rider.id, wire.STOP)
-    road.daemon.wait_for_message(NETWORK_STARTED.format(rider.id), "Debug", after=mark)
+    road.daemon.wait_for_message(NETWORK_STARTED.format(rider.id), "Debug", count=2)
 
 
 def test_only_the_exact_network_mask_rides(road):
@@ -80,7 +79,8 @@ def test_a_client_of_all_methods_keeps_only_satellites_during_a_fix(road):
     assert "startSessions: client: id=6000, stopped=0, methods=0xffffffff, actGNSS=0, actSUPL=0" in road.lines("start")
     tracking(road, client)
     road.settle()
-    assert road.lines("stopS")[-1] == "stopSessions: client: id=6000, stopped=0, methods=0xffffff00, actGNSS=1, actSUPL=1"
+    assert road.lines("stopSessions")[-1] == (
+        "stopSessions: client: id=6000, stopped=0, methods=0xffffff00, actGNSS=1, actSUPL=1")
     later = road.satellite_client(methods=app.ALL)
     assert RIDES.format(later.id, 0) in road.lines("startSessions")
 
@@ -214,22 +214,23 @@ def test_no_first_fix_within_two_minutes(stage):
     client = road.satellite_client()
     assert not client.wait_for_fix().has_time
     road.settle(client)
-    assert 119 <= time_between(road.daemon, "GNSS mode: Search", "type=0, fix=,,,,") <= 130
+    assert 119 <= time_between(road.daemon, "GNSS mode: Search", "type=0, fix=,,,,") <= 170
     assert road.daemon.has_message("ClientApp::sendPositionUpdate: clientId=6000, type=0, fix=,,,,", "Debug")
     assert road.lines("GNSS mode") == ["GNSS mode: Search"]
     assert road.engine.pending() == []
 
 
-@pytest.mark.parametrize("interval, seconds", [(1, 11), (9, 19), (10, 25), (59, 74), (60, 90)])
-def test_fixes_that_stop_coming(stage, interval, seconds):
+@pytest.mark.parametrize("interval, seconds, late, rate", [
+    (1, 11, 4, 8), (9, 19, 4, 8), (10, 25, 14, 20), (59, 74, 14, 25), (60, 90, 25, 40)])
+def test_fixes_that_stop_coming(stage, interval, seconds, late, rate):
     """After the interval and a margin the receiver counts as searching, and the client is told."""
-    road = Road(stage, faketime=f"+0 x{max(10, seconds)}")
+    road = Road(stage, faketime=f"+0 x{rate}")
     client = road.satellite_client(interval=1000 * interval)
     road.fix(client, 10)
     client.wait_for_fix(near(10))
     client.wait_for_fix(lambda fix: not fix.valid)
     waited = time_between(road.daemon, "Sending GNSS fix to ClientId: 6000", "type=0, fix=,,,,")
-    assert seconds - 1 <= waited <= seconds + 8
+    assert seconds - 1 <= waited <= seconds + late
     assert road.lines("GNSS mode") == [f"GNSS mode: {state}" for state in ("Search", "Tracking", "Search")]
     road.fix(client, 11)
     client.wait_for_fix(near(11))
@@ -242,7 +243,7 @@ def test_a_new_interval_counts_from_the_next_fix_on(stage):
     client.configure(app.SET_INTERVAL, interval=60000)
     road.fix(client, 10)
     client.wait_for_fix(lambda fix: not fix.valid)
-    assert 88 <= time_between(road.daemon, "Sending GNSS fix", "type=0, fix=,,,,") <= 100
+    assert 88 <= time_between(road.daemon, "Sending GNSS fix", "type=0, fix=,,,,") <= 118
 
 
 def test_a_client_of_two_methods_is_told_when_both_have_failed(stage):
