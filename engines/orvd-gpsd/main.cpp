@@ -25,6 +25,12 @@ void logToStandardError(QtMsgType type, const QMessageLogContext &, const QStrin
     std::fprintf(stderr, "orvd-gpsd: %s%s\n", mark, qPrintable(text));
 }
 
+// gpsd may hang up at any moment, and libgps writes to it without a care.
+void ignoreBrokenPipes()
+{
+    ::signal(SIGPIPE, SIG_IGN);
+}
+
 // The signals that end the program, as something to read. They have to be blocked before the first
 // thread starts.
 FileDescriptor terminationSignals()
@@ -47,6 +53,7 @@ int print(const orvdgpsd::Options &options)
 
 int main(int argc, char *argv[])
 {
+    ignoreBrokenPipes();
     const FileDescriptor endSignals = terminationSignals();
     const QCoreApplication application(argc, argv);
     qInstallMessageHandler(logToStandardError);

@@ -65,8 +65,11 @@ bool ListeningSocket::makeRoom(const QByteArray &path)
     const FileDescriptor probe = newSocket();
     if (!probe.isValid() || !fill(address, path))
         return fail(qt_error_string(errno));
-    if (::connect(probe.get(), generic(address), sizeof address) == 0 || errno != ECONNREFUSED)
+    // EAGAIN: it is served, but so many wait to be accepted that there is no place for the probe.
+    if (::connect(probe.get(), generic(address), sizeof address) == 0 || errno == EAGAIN)
         return fail(QStringLiteral("another engine serves it"));
+    if (errno != ECONNREFUSED)
+        return fail(qt_error_string(errno));
     return ::unlink(path.constData()) == 0 || fail(qt_error_string(errno));
 }
 

@@ -323,6 +323,36 @@ def test_a_socket_that_is_served_is_refused(pieces):
     pieces.daemon(first).register()
 
 
+def test_a_socket_of_another_kind_is_refused_for_what_it_is(pieces):
+    stream = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    stream.bind("/tmp/stream")
+    stream.listen()
+    engine = pieces.launch(socket_path="/tmp/stream")
+    assert engine.wait_exit() == 1
+    engine.log.wait_for("warning: Cannot serve /tmp/stream: Protocol wrong type for socket")
+    stream.close()
+
+
+def test_a_socket_with_many_who_wait_is_served(pieces):
+    busy = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    busy.bind("/tmp/busy")
+    busy.listen(0)
+    waiting = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+    waiting.connect("/tmp/busy")
+    engine = pieces.launch(socket_path="/tmp/busy")
+    assert engine.wait_exit() == 1
+    engine.log.wait_for("warning: Cannot serve /tmp/busy: another engine serves it")
+    waiting.close()
+    busy.close()
+
+
+def test_a_broken_pipe_is_not_its_end(stage):
+    _, engine, daemon = stage
+    engine.signal(signal.SIGPIPE)
+    daemon.barrier()
+    assert engine.is_running()
+
+
 def test_a_file_that_is_no_socket_is_left_alone(pieces, tmp_path):
     file = tmp_path / "file"
     file.write_text("precious")
