@@ -53,8 +53,8 @@ std::optional<Epoch> EpochAssembler::add(const SkyReport &report)
     std::optional<Epoch> done;
     if (!m_open) {
         const bool grows = m_leading && growsFrom(report, *m_leading);
-        if (m_leading && !grows && !m_fixSeen)
-            done = Epoch{std::nullopt, std::move(m_leading)};
+        if (m_leading && !grows)
+            done = skyAlone();
         m_leading = grows ? fuller(report, *m_leading) : report;
     } else if (startsNewSky(report)) {
         done = close(m_trailing ? std::exchange(m_trailing, std::nullopt) : m_sky);
@@ -69,7 +69,7 @@ std::optional<Epoch> EpochAssembler::add(const SkyReport &report)
     return done;
 }
 
-std::optional<Epoch> EpochAssembler::end(Ending ending)
+std::optional<Epoch> EpochAssembler::end()
 {
     m_late = false;
     std::optional<Epoch> done;
@@ -77,9 +77,8 @@ std::optional<Epoch> EpochAssembler::end(Ending ending)
         if (m_fix && m_trailing)
             m_skyOrder = SkyOrder::After;
         done = close(m_trailing ? std::exchange(m_trailing, std::nullopt) : std::move(m_sky));
-    } else if (m_leading && (!m_fixSeen || ending == Ending::EndOfStream)) {
-        // While there is a fix the sky can wait for the next one; without, it is all there is to say.
-        done = Epoch{std::nullopt, std::exchange(m_leading, std::nullopt)};
+    } else if (m_leading) {
+        done = skyAlone();
     }
     return done;
 }
@@ -147,9 +146,14 @@ bool EpochAssembler::followsItsFix(const SkyReport &report) const
     return false;
 }
 
+Epoch EpochAssembler::skyAlone()
+{
+    return Epoch{std::nullopt, std::exchange(m_leading, std::nullopt), true};
+}
+
 Epoch EpochAssembler::close(std::optional<SkyReport> sky)
 {
-    Epoch epoch{std::exchange(m_fix, std::nullopt), std::move(sky)};
+    Epoch epoch{std::exchange(m_fix, std::nullopt), std::move(sky), false};
     m_doneTime = std::exchange(m_time, std::nullopt);
     m_doneFix = epoch.fix.has_value();
     m_doneFields = epoch.fix ? epoch.fix->knownFields() : 0;

@@ -12,19 +12,20 @@
 //
 // Satellites come before the fix they belong to, between two reports of it, or after it, depending on
 // the receiver, often without a time. Each sky goes to the epoch it stands in; one that stands
-// between two epochs goes by its time, else by the order that this receiver keeps.
+// between two epochs goes by its time, else by the order that this receiver keeps. A sky that no fix
+// follows is an epoch of its own.
 namespace orvdgpsd {
 class EpochAssembler
 {
 public:
-    enum class Ending { Silence, EndOfStream };
-
     // Both give the epoch that this report ended.
     [[nodiscard]] std::optional<Epoch> add(const FixReport &report);
     [[nodiscard]] std::optional<Epoch> add(const SkyReport &report);
-    [[nodiscard]] std::optional<Epoch> end(Ending ending);
+    [[nodiscard]] std::optional<Epoch> end();
 
-    bool isPending() const { return m_open || (m_leading && !m_fixSeen); } // end() would give something
+    bool isPending() const { return m_open || m_leading; } // end() would give something
+    // A sky has come since the last fix and none after it: the next fix may be its own.
+    bool isSkyWaiting() const { return !m_open && m_leading && m_fixSeen; }
     // The last report came after its epoch had come out, and knew more: the silence was too short.
     bool wasLate() const { return m_late; }
 
@@ -37,6 +38,7 @@ private:
     bool startsNewSky(const SkyReport &report) const;
     bool followsItsFix(const SkyReport &report) const;
     void join(const FixReport &report);
+    Epoch skyAlone();
     Epoch close(std::optional<SkyReport> sky);
     Epoch closeForNext();
 

@@ -19,6 +19,8 @@ constexpr auto firstReconnectDelay = 100ms;
 constexpr auto longestReconnectDelay = 1000ms;
 // A daemon that plans anew stops its sessions and starts them again.
 constexpr auto lingerTime = 10s;
+// So long a daemon waits to be accepted when this process has no descriptor left for it.
+constexpr auto acceptPause = 1s;
 // A receiver this slow within an epoch cannot keep up with one epoch a second.
 constexpr auto longestSettleTime = 1600ms;
 // A single fix may be this old, and is waited for this long.
@@ -64,17 +66,14 @@ GpsdEngine::GpsdEngine(GpsdAddress address, std::chrono::milliseconds settleTime
     , m_settleTime(settleTime)
     , m_reconnectDelay(firstReconnectDelay)
 {
-    for (QTimer *timer : {&m_settle, &m_reconnect, &m_linger, &m_singleFixTimer}) {
+    for (QTimer *timer : {&m_acceptAgain, &m_settle, &m_reconnect, &m_linger, &m_singleFixTimer}) {
         timer->setSingleShot(true);
         timer->setTimerType(Qt::CoarseTimer);
     }
+    connect(&m_acceptAgain, &QTimer::timeout, this, [this] { m_newDaemon->setEnabled(true); });
     connect(&m_settle, &QTimer::timeout, this, &GpsdEngine::onSettled);
     connect(&m_reconnect, &QTimer::timeout, this, &GpsdEngine::openGpsd);
-    connect(&m_linger, &QTimer::timeout, this, [this] {
-        qInfo("Nobody waits for a position, leaving gpsd");
-        m_gpsd.close();
-        m_reconnect.stop();
-    });
+    connect(&m_linger, &QTimer::timeout, this, &GpsdEngine::leaveGpsd);
     connect(&m_singleFixTimer, &QTimer::timeout, this, &GpsdEngine::onSingleFixTimeout);
     connect(&m_gpsd, &GpsdClient::fixReported, this,
             [this](const FixReport &report) { onReported(m_assembler.add(report)); });
@@ -98,7 +97,12 @@ bool GpsdEngine::listen(const QString &path)
 
 void GpsdEngine::acceptDaemons()
 {
-    for (FileDescriptor socket = m_listener.accept(); socket.isValid(); socket = m_listener.accept()) {
+    for (;;) {
+        auto [socket, error] = m_listener.accept();
+        if (error != 0)
+            acceptLater(error);
+        if (!socket.isValid())
+            return;
         auto &daemon =
             *m_daemons.emplace_back(std::make_unique<DaemonConnection>(std::move(socket), m_clock));
         connect(&daemon, &DaemonConnection::requested, this,
@@ -106,6 +110,15 @@ void GpsdEngine::acceptDaemons()
         connect(&daemon, &DaemonConnection::closed, this, [this, &daemon] { dropDaemon(&daemon); });
         qInfo("A daemon has connected");
     }
+}
+
+// The one who waits would wake this process again at once, and for as long as it waits.
+void GpsdEngine::acceptLater(int error)
+{
+    qWarning("A daemon cannot be accepted (%s), trying again in a second",
+             qPrintable(qt_error_string(error)));
+    m_newDaemon->setEnabled(false);
+    m_acceptAgain.start(acceptPause);
 }
 
 void GpsdEngine::dropDaemon(DaemonConnection *daemon)
@@ -200,31 +213,48 @@ void GpsdEngine::connectWhenNeeded()
 
 void GpsdEngine::openGpsd()
 {
-    const bool firstAttempt = m_reconnectDelay == Milliseconds(firstReconnectDelay);
     if (m_gpsd.open()) {
         qInfo("Connected to gpsd");
-        m_reconnectDelay = firstReconnectDelay;
+        m_unreachable = false;
         m_assembler = EpochAssembler();
         return;
     }
-    if (firstAttempt)
+    if (!std::exchange(m_unreachable, true))
         qWarning("gpsd cannot be reached (%s), trying again until it can", qPrintable(m_gpsd.errorText()));
+    openGpsdLater();
+}
+
+void GpsdEngine::openGpsdLater()
+{
+    qDebug("Trying gpsd again in %lld ms", qlonglong(m_reconnectDelay.count()));
     m_reconnect.start(m_reconnectDelay);
     m_reconnectDelay = std::min<Milliseconds>(2 * m_reconnectDelay, longestReconnectDelay);
+}
+
+void GpsdEngine::leaveGpsd()
+{
+    qInfo("Nobody waits for a position, leaving gpsd");
+    m_gpsd.close();
+    m_settle.stop();
+    m_reconnect.stop();
+    m_reconnectDelay = firstReconnectDelay;
+    m_unreachable = false;
 }
 
 void GpsdEngine::onGpsdLost()
 {
     qWarning("gpsd has ended the connection");
     m_settle.stop();
-    if (const auto last = m_assembler.end(EpochAssembler::Ending::EndOfStream))
+    if (const auto last = m_assembler.end())
         deliver(*last);
-    if (isNeeded())
-        m_reconnect.start(m_reconnectDelay);
+    // Whoever got the last epoch may have had gpsd opened again already.
+    if (isNeeded() && !m_gpsd.isOpen() && !m_reconnect.isActive())
+        openGpsdLater();
 }
 
 void GpsdEngine::onReported(const std::optional<Epoch> &done)
 {
+    m_reconnectDelay = firstReconnectDelay; // a connection that lasts
     if (done)
         deliver(*done);
     if (m_assembler.wasLate() && m_settleTime < longestSettleTime) {
@@ -232,7 +262,9 @@ void GpsdEngine::onReported(const std::optional<Epoch> &done)
         qInfo("The receiver is slow to complete an epoch, waiting %lld ms now",
               qlonglong(m_settleTime.count()));
     }
-    if (m_assembler.isPending())
+    if (m_assembler.isSkyWaiting())
+        m_settle.start(std::max<Milliseconds>(m_settleTime, longestSettleTime));
+    else if (m_assembler.isPending())
         m_settle.start(m_settleTime);
     else
         m_settle.stop();
@@ -244,7 +276,7 @@ void GpsdEngine::onSettled()
     m_gpsd.readAvailable();
     if (m_settle.isActive())
         return;
-    if (const auto done = m_assembler.end(EpochAssembler::Ending::Silence))
+    if (const auto done = m_assembler.end())
         deliver(*done);
 }
 
@@ -257,13 +289,15 @@ void GpsdEngine::deliver(const Epoch &epoch)
         m_sky = epoch.sky;
         ++m_skyNumber;
     }
-    m_fix = epoch.fix;
-    m_fixArrival = now;
+    if (!epoch.isSkyAlone) {
+        m_fix = epoch.fix;
+        m_fixArrival = now;
+    }
     for (const auto &daemon : m_daemons) {
         for (const auto &delivery : daemon->sessions().take(epoch, m_skyNumber, now))
             daemon->send(notification(delivery, epoch, m_sky));
     }
-    if (m_fix)
+    if (epoch.fix)
         answerSingleFixes();
 }
 

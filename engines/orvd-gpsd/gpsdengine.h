@@ -38,6 +38,7 @@ private:
     };
 
     void acceptDaemons();
+    void acceptLater(int error);
     void dropDaemon(DaemonConnection *daemon);
     void answer(DaemonConnection &daemon, const engineside::Request &request);
     void answer(DaemonConnection &daemon, const GnssRequest &request);
@@ -49,6 +50,8 @@ private:
 
     void connectWhenNeeded();
     void openGpsd();
+    void openGpsdLater();
+    void leaveGpsd();
     void onGpsdLost();
     void onSettled();
     void onSingleFixTimeout();
@@ -67,11 +70,13 @@ private:
     GpsdClient m_gpsd;
     EpochAssembler m_assembler;
     Milliseconds m_settleTime;
-    QTimer m_settle;    // silence that ends an epoch
-    QTimer m_reconnect; // to gpsd
-    QTimer m_linger;    // before gpsd is left alone
-    QTimer m_singleFixTimer;
-    Milliseconds m_reconnectDelay{};
+    QTimer m_acceptAgain{this};
+    QTimer m_settle{this};    // silence that ends an epoch
+    QTimer m_reconnect{this}; // to gpsd
+    QTimer m_linger{this};    // before gpsd is left alone
+    QTimer m_singleFixTimer{this};
+    Milliseconds m_reconnectDelay{}; // the next one; grows until gpsd says something
+    bool m_unreachable = false;      // and that has been told
 
     std::optional<SkyReport> m_sky; // the latest
     quint64 m_skyNumber = 0;

@@ -28,8 +28,9 @@ Options readOptions(const QStringList &arguments)
     const QCommandLineOption version({u"V"_s, u"version"_s}, u"Print the version and exit."_s);
     const QCommandLineOption socket(u"socket"_s, u"Where lodestard connects."_s, u"path"_s,
                                     DevicePaths{}.engineSocket());
-    const QCommandLineOption host(u"host"_s, u"Host that gpsd runs on."_s, u"name"_s,
-                                  QString::fromLatin1(options.gpsd.host));
+    const QCommandLineOption host(u"host"_s,
+                                  u"Host that gpsd runs on; one that does not answer holds up everything."_s,
+                                  u"name"_s, QString::fromLatin1(options.gpsd.host));
     const QCommandLineOption port(u"port"_s, u"Port of gpsd."_s, u"number"_s,
                                   QString::fromLatin1(options.gpsd.port));
     const QCommandLineOption device(u"device"_s, u"Use this one of gpsd's receivers only."_s, u"path"_s);

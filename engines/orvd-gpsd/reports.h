@@ -34,9 +34,9 @@ struct FixReport {
     int knownFields() const
     {
         int known = 0;
-        for (const Known &field :
-             {heightAboveEllipsoid, heightAboveSeaLevel, eastError, northError, verticalError, track,
-              trackError, magneticVariation, speed, speedError, climb, climbError})
+        for (const Known &field : {heightAboveEllipsoid, heightAboveSeaLevel, geoidSeparation, eastError,
+                                   northError, horizontalError, verticalError, track, trackError,
+                                   magneticVariation, speed, speedError, climb, climbError})
             known += field.has_value() ? 1 : 0;
         return known;
     }
@@ -62,6 +62,7 @@ struct SkyReport {
 struct Epoch {
     std::optional<FixReport> fix; // the fullest report that had one
     std::optional<SkyReport> sky; // what is new since the epoch before
+    bool isSkyAlone = false; // the receiver said nothing of a fix, neither that it has nor that it lost one
     bool operator==(const Epoch &) const = default;
 
     std::optional<ReceiverTime> time() const { return fix ? fix->time : std::nullopt; }

@@ -97,9 +97,11 @@ bool ListeningSocket::listen(const QString &path)
     return true;
 }
 
-FileDescriptor ListeningSocket::accept()
+ListeningSocket::Accepted ListeningSocket::accept()
 {
-    return FileDescriptor(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    FileDescriptor socket(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    const bool failed = !socket.isValid() && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED;
+    return {std::move(socket), failed ? errno : 0};
 }
 
 SendResult sendPacket(int fd, const QByteArray &packet)

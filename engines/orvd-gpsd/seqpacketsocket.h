@@ -23,7 +23,11 @@ public:
     [[nodiscard]] bool listen(const QString &path);
     QString errorText() const { return m_error; }
     int fd() const { return m_socket.get(); }
-    FileDescriptor accept(); // not open when nobody waits
+    struct Accepted {
+        FileDescriptor socket; // not open when nobody waits, or when there was an error
+        int error = 0;         // why one who waits cannot be taken in (EMFILE, ...)
+    };
+    Accepted accept();
 
 private:
     bool makeRoom(const QByteArray &path);

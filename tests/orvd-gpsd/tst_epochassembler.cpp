@@ -6,9 +6,6 @@ using namespace orvdgpsd;
 using namespace std::chrono_literals;
 
 namespace {
-constexpr auto Silence = EpochAssembler::Ending::Silence;
-constexpr auto EndOfStream = EpochAssembler::Ending::EndOfStream;
-
 ReceiverTime at(std::chrono::milliseconds sinceStart)
 {
     return ReceiverTime(1700000000s + sinceStart);
@@ -68,7 +65,7 @@ public:
         keep(assembler.add(report));
         return *this;
     }
-    void end(EpochAssembler::Ending ending) { keep(assembler.end(ending)); }
+    void end() { keep(assembler.end()); }
 
     EpochAssembler assembler;
     std::vector<Epoch> epochs;
@@ -82,6 +79,8 @@ private:
 };
 } // namespace
 
+Q_DECLARE_METATYPE(Known FixReport::*)
+
 class TestEpochAssembler : public QObject
 {
     Q_OBJECT
@@ -90,8 +89,7 @@ private slots:
     {
         Feed feed;
         QVERIFY(!feed.assembler.isPending());
-        feed.end(Silence);
-        feed.end(EndOfStream);
+        feed.end();
         QVERIFY(feed.epochs.empty());
     }
 
@@ -111,10 +109,10 @@ private slots:
     {
         Feed feed;
         feed << fixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 1u);
         QVERIFY(!feed.assembler.isPending());
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 1u);
     }
 
@@ -122,7 +120,7 @@ private slots:
     {
         Feed feed;
         feed << fixAt(0ms) << fixAt(1000ms);
-        feed.end(EndOfStream);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
     }
 
@@ -130,7 +128,7 @@ private slots:
     {
         Feed feed;
         feed << moving(fixAt(0ms)) << high(moving(fixAt(0ms))) << moving(fixAt(0ms)) << fixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(*feed.epochs.at(0).fix, high(moving(fixAt(0ms))));
     }
 
@@ -138,7 +136,7 @@ private slots:
     {
         Feed feed;
         feed << moving(fixAt(0ms, 50.0)) << moving(fixAt(0ms, 51.0));
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.at(0).fix->latitude, 51.0);
     }
 
@@ -146,7 +144,7 @@ private slots:
     {
         Feed feed;
         feed << moving(fixAt(0ms)) << high(fixAt(0ms));
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(*feed.epochs.at(0).fix, high(fixAt(0ms)));
     }
 
@@ -154,7 +152,7 @@ private slots:
     {
         Feed feed;
         feed << sky({1}) << high(moving(fixAt(0ms))) << fixAt(1000ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(*feed.epochs.at(1).fix, fixAt(1000ms));
         QVERIFY(!feed.epochs.at(1).sky);
     }
@@ -164,7 +162,7 @@ private slots:
         Feed feed;
         for (int i = 0; i < 10; ++i)
             feed << fixAt(200ms * i) << moving(fixAt(200ms * i));
-        feed.end(EndOfStream);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 10u);
         for (int i = 0; i < 10; ++i)
             QCOMPARE(*feed.epochs[std::size_t(i)].fix, moving(fixAt(200ms * i)));
@@ -174,7 +172,7 @@ private slots:
     {
         Feed feed; // the end of a recording, and its start again; the last jump is one of a real receiver
         feed << fixAt(8000ms) << fixAt(9000ms) << fixAt(0ms) << fixAt(1000ms) << fixAt(710ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 5u);
         QCOMPARE(feed.epochs[2].time(), at(0ms));
         QCOMPARE(feed.epochs[4].time(), at(710ms));
@@ -184,11 +182,11 @@ private slots:
     {
         Feed feed;
         feed << moving(fixAt(0ms));
-        feed.end(Silence);
+        feed.end();
         feed << moving(fixAt(0ms)) << fixAt(0ms) << noFixAt(0ms);
         QVERIFY(!feed.assembler.wasLate());
         QVERIFY(!feed.assembler.isPending());
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 1u);
     }
 
@@ -196,12 +194,12 @@ private slots:
     {
         Feed feed;
         feed << fixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         feed << moving(fixAt(0ms));
         QVERIFY(feed.assembler.wasLate());
         feed << fixAt(1000ms);
         QVERIFY(!feed.assembler.wasLate());
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
     }
 
@@ -209,7 +207,7 @@ private slots:
     {
         Feed feed;
         feed << high(moving(fixAt({}))) << high(moving(fixAt({}))) << fixAt(0ms) << fixAt(1000ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[0].fix, fixAt(0ms)); // with a time, though it knows less
         QCOMPARE(*feed.epochs[1].fix, fixAt(1000ms));
@@ -219,7 +217,7 @@ private slots:
     {
         Feed feed;
         feed << fixAt({}, 49.0) << moving(fixAt({}, 49.5)) << fixAt(0ms, 50.0);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[0].fix, moving(fixAt({}, 49.5)));
         QCOMPARE(*feed.epochs[1].fix, fixAt(0ms, 50.0));
@@ -237,7 +235,7 @@ private slots:
         Feed feed;
         feed << noFixAt({}) << fixAt({}) << moving(fixAt({}));
         if (bySilence)
-            feed.end(Silence);
+            feed.end();
         else
             feed << noFixAt({});
         QCOMPARE(feed.epochs.size(), 2u);
@@ -250,7 +248,7 @@ private slots:
         Feed feed;
         for (int i = 0; i < 3; ++i) {
             feed << fixAt({}, 50.0 + i);
-            feed.end(Silence);
+            feed.end();
         }
         QCOMPARE(feed.epochs.size(), 3u);
         QCOMPARE(feed.epochs[2].fix->latitude, 52.0);
@@ -268,7 +266,7 @@ private slots:
     {
         Feed feed;
         feed << noFixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         feed << fixAt(0ms) << fixAt(1000ms);
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[1].fix, fixAt(0ms));
@@ -279,7 +277,7 @@ private slots:
         Feed feed;
         for (int i = 0; i < 3; ++i)
             feed << sky({1, i + 2}) << fixAt(1000ms * i);
-        feed.end(EndOfStream);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 3u);
         for (int i = 0; i < 3; ++i)
             QCOMPARE(*feed.epochs[std::size_t(i)].sky, sky({1, i + 2}));
@@ -290,7 +288,7 @@ private slots:
         Feed feed;
         for (int i = 0; i < 3; ++i)
             feed << fixAt(1000ms * i) << sky({1, i + 2}) << moving(fixAt(1000ms * i));
-        feed.end(EndOfStream);
+        feed.end();
         for (int i = 0; i < 3; ++i)
             QCOMPARE(*feed.epochs.at(std::size_t(i)).sky, sky({1, i + 2}));
     }
@@ -300,7 +298,7 @@ private slots:
         Feed feed;
         for (int i = 0; i < 3; ++i)
             feed << fixAt(1000ms * i) << sky({1, i + 2});
-        feed.end(EndOfStream);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 3u);
         for (int i = 0; i < 3; ++i)
             QCOMPARE(*feed.epochs[std::size_t(i)].sky, sky({1, i + 2}));
@@ -312,7 +310,7 @@ private slots:
         feed << fixAt(0ms) << sky({1}) << fixAt(0ms); // among
         feed << fixAt(1000ms) << sky({2});            // after the last
         feed << fixAt(2000ms) << sky({3}) << fixAt(2000ms);
-        feed.end(EndOfStream);
+        feed.end();
         QCOMPARE(*feed.epochs.at(0).sky, sky({1}));
         QCOMPARE(*feed.epochs.at(1).sky, sky({2}));
         QCOMPARE(*feed.epochs.at(2).sky, sky({3}));
@@ -322,7 +320,7 @@ private slots:
     {
         Feed feed; // it came first once, so the order is not clear before the silence
         feed << sky({1}) << fixAt(0ms) << sky({1, 2});
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(*feed.epochs.at(0).sky, sky({1, 2}));
         feed << fixAt(1000ms) << sky({1, 3}) << fixAt(2000ms);
         QCOMPARE(*feed.epochs.at(1).sky, sky({1, 3}));
@@ -332,7 +330,7 @@ private slots:
     {
         Feed feed;
         feed << fixAt(0ms) << sky({1}, 1000ms) << fixAt(1000ms) << sky({2}, 1000ms) << fixAt(2000ms);
-        feed.end(EndOfStream);
+        feed.end();
         QVERIFY(!feed.epochs.at(0).sky);
         QCOMPARE(*feed.epochs.at(1).sky, sky({2}, 1000ms));
         QVERIFY(!feed.epochs.at(2).sky);
@@ -343,7 +341,7 @@ private slots:
         Feed feed;
         feed << fixAt(0ms) << sky({}, 9ms) << sky({6}, 9ms) << sky({6, 29}, 9ms) << sky({6, 29, 2}, 9ms)
              << sky({6, 29}, 9ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 1u);
         QCOMPARE(*feed.epochs[0].sky, sky({6, 29, 2}, 9ms));
     }
@@ -352,7 +350,7 @@ private slots:
     {
         Feed feed;
         feed << sky({6}) << sky({6, 29}) << sky({6, 29, 2}) << noFixAt({}) << sky({6, 29, 2}) << noFixAt({});
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[0].sky, sky({6, 29, 2}));
     }
@@ -362,7 +360,7 @@ private slots:
         Feed feed;
         feed << noFixAt({}) << sky({1, 2}) << noFixAt({}) << noFixAt({}) << sky({1, 3}) << noFixAt({})
              << sky({4}) << sky({5});
-        feed.end(Silence);
+        feed.end();
         std::vector<SkyReport> skies;
         for (const Epoch &epoch : feed.epochs) {
             QVERIFY(!epoch.fix);
@@ -376,7 +374,7 @@ private slots:
     {
         Feed feed; // a receiver whose sky keeps another time than its fix
         feed << noFixAt(0ms) << sky({1}, 100ms) << noFixAt(0ms) << sky({2}, 5000ms) << noFixAt(9000ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[0].sky, sky({1}, 100ms));
         QCOMPARE(*feed.epochs[1].sky, sky({2}, 5000ms));
@@ -386,7 +384,7 @@ private slots:
     {
         Feed feed;
         feed << sky({}) << noFixAt({});
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(*feed.epochs.at(0).sky, sky({}));
     }
 
@@ -394,7 +392,7 @@ private slots:
     {
         Feed feed;
         feed << sky({1}) << noFixAt({}) << sky({1, 2}) << noFixAt({}) << fixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 3u);
         QCOMPARE(*feed.epochs[1].sky, sky({1, 2}));
         QVERIFY(!feed.epochs[1].fix);
@@ -406,22 +404,87 @@ private slots:
     {
         Feed feed;
         feed << fixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         feed << sky({1, 2});
-        QVERIFY(!feed.assembler.isPending());
+        QVERIFY(feed.assembler.isPending());
+        QVERIFY(feed.assembler.isSkyWaiting());
         feed << fixAt(1000ms);
-        feed.end(Silence);
+        QVERIFY(!feed.assembler.isSkyWaiting());
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[1].sky, sky({1, 2}));
+    }
+
+    void aReceiverThatSendsNothingButSkiesAfterAFixIsHeard()
+    {
+        Feed feed;
+        feed << fixAt(0ms);
+        feed.end();
+        feed << sky({1, 2}) << sky({1, 3}) << sky({4});
+        QCOMPARE(feed.epochs.size(), 3u);
+        QCOMPARE(*feed.epochs[1].sky, sky({1, 2}));
+        QCOMPARE(*feed.epochs[2].sky, sky({1, 3}));
+        QVERIFY(feed.assembler.isSkyWaiting());
+        feed.end();
+        QCOMPARE(feed.epochs.size(), 4u);
+        QCOMPARE(*feed.epochs[3].sky, sky({4}));
+        QVERIFY(!feed.assembler.isPending());
+    }
+
+    void onlyAnEpochWithoutFixReportsIsASkyAlone()
+    {
+        Feed feed;
+        feed << sky({1}) << fixAt(0ms);
+        feed.end();
+        feed << sky({1, 2});
+        feed.end();
+        feed << sky({1, 2, 3}) << noFixAt({});
+        feed.end();
+        feed << sky({1, 2, 4});
+        QVERIFY(!feed.assembler.isSkyWaiting()); // for a fix that was lost
+        feed.end();
+        std::vector<bool> alone;
+        for (const Epoch &epoch : feed.epochs)
+            alone.push_back(epoch.isSkyAlone);
+        QVERIFY((alone == std::vector{false, true, false, true}));
+    }
+
+    void everyFieldThatIsSentCounts_data()
+    {
+        QTest::addColumn<Known FixReport::*>("field");
+        QTest::newRow("height above the ellipsoid") << &FixReport::heightAboveEllipsoid;
+        QTest::newRow("height above sea level") << &FixReport::heightAboveSeaLevel;
+        QTest::newRow("geoid separation") << &FixReport::geoidSeparation;
+        QTest::newRow("east error") << &FixReport::eastError;
+        QTest::newRow("north error") << &FixReport::northError;
+        QTest::newRow("horizontal error") << &FixReport::horizontalError;
+        QTest::newRow("vertical error") << &FixReport::verticalError;
+        QTest::newRow("track") << &FixReport::track;
+        QTest::newRow("track error") << &FixReport::trackError;
+        QTest::newRow("magnetic variation") << &FixReport::magneticVariation;
+        QTest::newRow("speed") << &FixReport::speed;
+        QTest::newRow("speed error") << &FixReport::speedError;
+        QTest::newRow("climb") << &FixReport::climb;
+        QTest::newRow("climb error") << &FixReport::climbError;
+    }
+    void everyFieldThatIsSentCounts()
+    {
+        QFETCH(Known FixReport::*, field);
+        FixReport fuller = fixAt(0ms);
+        fuller.*field = 1.0;
+        Feed feed;
+        feed << fuller << fixAt(0ms);
+        feed.end();
+        QCOMPARE(*feed.epochs.at(0).fix, fuller);
     }
 
     void aSkyAloneComesOutAtTheEnd()
     {
         Feed feed;
         feed << fixAt(0ms);
-        feed.end(Silence);
+        feed.end();
         feed << sky({1, 2});
-        feed.end(EndOfStream);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 2u);
         QCOMPARE(*feed.epochs[1].sky, sky({1, 2}));
         QVERIFY(!feed.epochs[1].fix);
@@ -432,7 +495,7 @@ private slots:
         Feed feed;
         feed << sky({1, 2});
         QVERIFY(feed.assembler.isPending());
-        feed.end(Silence);
+        feed.end();
         QCOMPARE(feed.epochs.size(), 1u);
     }
 };
