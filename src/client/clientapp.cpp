@@ -168,7 +168,7 @@ int ClientApp::currentSettings(quint32 methods, quint32 minInterval)
 
 void ClientApp::serviceHasJustLeftTheBuilding(const QString &name)
 {
-    qDebug() << "serviceHasJustLeftTheBuilding: " << name;
+    qDebug().noquote() << "serviceHasJustLeftTheBuilding: " << name;
     emit clientDisconnected(m_id);
 }
 

@@ -9,8 +9,9 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // A plain message: a proxy would introspect bluez first.
-std::optional<QDBusObjectPath> askForPath(const QDBusConnection &bus, const QString &path, const QString &interface,
-                                          const QString &method, const QVariantList &arguments = {})
+std::optional<QDBusObjectPath> askForPath(const QDBusConnection &bus, const QString &path,
+                                          const QString &interface, const QString &method,
+                                          const QVariantList &arguments = {})
 {
     auto call = QDBusMessage::createMethodCall(QLatin1StringView(bluez::Service), path, interface, method);
     call.setArguments(arguments);

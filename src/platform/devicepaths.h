@@ -13,7 +13,9 @@ struct DevicePaths {
     // Below the home of the user that USER names ("root" means the handset user); empty when USER is unset.
     QString userSettings() const;
     QString operatorSettings() const;
-    QString documentsDirectory() const; // "MyDocs/" with its trailing slash; USER unset means the handset user
-    QString logDirectory() const;       // documentsDirectory() + "location_logs", no trailing slash
-    QString systemInformation() const;  // directory of the system-information library's keys, no trailing slash
+    QString
+    documentsDirectory() const;   // "MyDocs/" with its trailing slash; USER unset means the handset user
+    QString logDirectory() const; // documentsDirectory() + "location_logs", no trailing slash
+    QString
+    systemInformation() const; // directory of the system-information library's keys, no trailing slash
 };

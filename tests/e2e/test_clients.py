@@ -234,7 +234,7 @@ def test_a_client_that_vanishes(stage, road):
     client.vanish()
     road.daemon.wait_for_message("PositionDaemon: Removing client with id: 6000", "Debug")
     texts = road.daemon.messages("Debug")
-    assert texts[-3:] == [f'serviceHasJustLeftTheBuilding:  "{client.service}"',
+    assert texts[-3:] == [f"serviceHasJustLeftTheBuilding:  {client.service}",
                           "onClientDisconnected: Remove client  6000",
                           "PositionDaemon: Removing client with id: 6000"]
     assert road.engine.pending() == []
@@ -261,7 +261,7 @@ def test_a_name_that_is_given_up_ends_the_client(stage, road):
     stage.session.call(client.connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                        "ReleaseName", GLib.Variant("(s)", ("com.example.Short",)))
     road.daemon.wait_for_message("PositionDaemon: Removing client with id: 6000", "Debug")
-    assert road.lines("serviceHas") == ['serviceHasJustLeftTheBuilding:  "com.example.Short"']
+    assert road.lines("serviceHas") == ["serviceHasJustLeftTheBuilding:  com.example.Short"]
 
 
 def test_one_application_may_be_several_clients(stage, road):
