@@ -10,7 +10,7 @@ import pytest
 
 from harness import files
 from harness.buses import Bus
-from harness.daemon import LINE, binary
+from harness.daemon import LINE, binary, preloadable
 
 USAGE = """\
 Usage: lodestard [options]
@@ -190,7 +190,8 @@ print(json.dumps([sorted(ended), text]))
 
 def ends_when_failing(stage, call, *arguments):
     result = subprocess.run(
-        [sys.executable, "-c", REAPER, os.environ["LODESTARD_SHIM"], call, binary(), *arguments],
+        [sys.executable, "-c", REAPER, preloadable(os.environ["LODESTARD_SHIM"]), call, binary(),
+         *arguments],
         capture_output=True, text=True, timeout=30, check=True,
         env={**os.environ, "ASAN_OPTIONS": "verify_asan_link_order=0", "DBUS_SESSION_BUS_ADDRESS": stage.session.address,
              "DBUS_SYSTEM_BUS_ADDRESS": stage.system.address})

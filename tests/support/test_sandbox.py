@@ -55,6 +55,18 @@ def test_the_checkout_and_bound_paths_are_read_only(tmp_path):
         assert not (place / "new").exists()
 
 
+def test_emptying_the_places_leaves_what_is_bound_below_them(tmp_path):
+    bound = tmp_path / "two words" / "and\\ more"  # the kernel escapes such paths where it lists mounts
+    bound.mkdir(parents=True)
+    (bound / "seen").write_text("here")
+    script = ("import pathlib, sys; from harness import files; "
+              "pathlib.Path('/tmp/x').touch(); files.clean_tree(); "
+              "print(pathlib.Path(sys.argv[1]).read_text(), pathlib.Path('/tmp/x').exists())")
+    result = sandboxed("python3", "-c", script, str(bound / "seen"),
+                       options=["--bind-ro", str(bound), "--setenv", "PYTHONPATH", str(HERE)])
+    assert (result.stdout, result.returncode) == ("here False\n", 0), result.stderr
+
+
 def test_the_environment_holds_nothing_of_the_callers():
     result = sandboxed("env", env={**os.environ, "DBUS_SESSION_BUS_ADDRESS": "unix:path=/x", "XDG_DATA_DIRS": "/x",
                                    "POSITIONING_SOURCE": "FAKE", "USER": "somebody"})

@@ -28,6 +28,14 @@ def faketime_library():
     return found[0]
 
 
+def preloadable(library):
+    """A place of the library that LD_PRELOAD can name: blanks and colons separate there."""
+    link = f"/.preload-{os.path.basename(library)}"  # beside the places that are emptied before each test
+    if not os.path.lexists(link):
+        os.symlink(library, link)
+    return link
+
+
 class _Lines:
     """Moves the lines of a pipe into a mailbox: on a thread, and at once when somebody asks."""
 
@@ -73,9 +81,9 @@ class Daemon:
             # Preloaded libraries stand before the sanitizer's own; only exit status 99 is its report.
             "ASAN_OPTIONS": "verify_asan_link_order=0:exitcode=99:detect_leaks=1",
             "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1:exitcode=99",
-            "LSAN_OPTIONS": f"suppressions={os.path.dirname(__file__)}/lsan.supp:print_suppressions=0",
+            "LSAN_OPTIONS": f"suppressions='{os.path.dirname(__file__)}/lsan.supp':print_suppressions=0",
         }
-        libraries = list(preload)
+        libraries = [preloadable(library) for library in preload]
         if faketime:
             libraries.append(faketime_library())
             variables["FAKETIME"] = faketime

@@ -2,6 +2,7 @@
 
 import configparser
 import os
+import re
 import shutil
 from pathlib import Path
 
@@ -40,8 +41,13 @@ def _empty(directory):
 
 def _holds_a_mount(path):
     """The checkout and the build may lie below /home or /tmp."""
-    with open("/proc/self/mounts", encoding="utf-8") as mounts:
-        return any(line.split()[1].startswith(f"{path}/") for line in mounts)
+    with open("/proc/self/mounts", encoding="utf-8", errors="surrogateescape") as mounts:
+        return any(_unescaped(line.split()[1]).startswith(f"{path}/") for line in mounts)
+
+
+def _unescaped(place):
+    """The kernel writes blanks and backslashes in a mount's path as three octal digits."""
+    return re.sub(r"\\([0-7]{3})", lambda digits: chr(int(digits[1], 8)), place)
 
 
 def marker(name):
