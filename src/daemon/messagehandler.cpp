@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <mutex>
+#include <pthread.h>
 
 #include <unistd.h>
 
@@ -23,6 +24,15 @@ Log &theLog()
 {
     static Log &log = *new Log;
     return log;
+}
+
+// A child has only the thread that forked: a lock that another thread held would stay locked there,
+// and the child's own message would wait for ever.
+void keepUnlockedInChildren()
+{
+    static const int once = ::pthread_atfork([] { theLog().mutex.lock(); }, [] { theLog().mutex.unlock(); },
+                                             [] { theLog().mutex.unlock(); });
+    static_cast<void>(once);
 }
 
 const char *levelWord(QtMsgType type)
@@ -88,6 +98,7 @@ LogTargets logTargets(QtMsgType type, const LogFlags &flags)
 void installMessageHandler(const Clock &clock)
 {
     theLog().clock = &clock;
+    keepUnlockedInChildren();
     qInstallMessageHandler(messageHandler);
     setLogTargets(LogFlags{});
 }

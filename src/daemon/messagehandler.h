@@ -26,8 +26,8 @@ LogTargets logTargets(QtMsgType type, const LogFlags &flags);
 // Installs the handler with the flags' initial values and no file. The clock must outlive the process's
 // last message.
 void installMessageHandler(const Clock &clock);
-// From here on the flags hold. A debug level that no target wants is switched off at its source, so
-// that nothing formats what nobody reads.
+// From here on the flags hold. The default category's debug level is off while no target wants it:
+// lines on busy roads ask the category first, and are then not even formatted.
 void setLogTargets(const LogFlags &flags, LogStream file = {});
 // Before a fork or an _exit: nothing stays in a buffer.
 void flushLog();

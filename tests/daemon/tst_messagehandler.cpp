@@ -6,6 +6,8 @@
 #include <QLoggingCategory>
 #include <QTest>
 
+#include <atomic>
+#include <chrono>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -19,12 +21,33 @@ LogStream openLog(const DeviceTree &tree)
     return LogStream(std::fopen(QFile::encodeName(tree.at(u"/log"_s)).constData(), "w"));
 }
 
+// As the lines on busy roads do it: the category is asked before anything is formatted.
+const QLoggingCategory &busyLog()
+{
+    return *QLoggingCategory::defaultCategory();
+}
+
 void sayOneOfEach()
 {
     qDebug("one");
     qWarning("two");
     qCritical("three");
 }
+
+// Stops the thread that asks it, which is inside the handler then, until a fork must have happened.
+class SlowClock final : public Clock
+{
+public:
+    QDateTime now() const override
+    {
+        if (!asked.exchange(true))
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        return StillClock().now();
+    }
+    std::chrono::milliseconds monotonic() const override { return {}; }
+
+    mutable std::atomic<bool> asked = false;
+};
 
 } // namespace
 
@@ -46,6 +69,7 @@ private slots:
     void theFileAloneKeepsDebugLinesAlive();
     void messagesBeforeTheFlagsAreSettledFollowTheDefaults();
     void threadsDoNotMixTheirLines();
+    void aForkWhileAnotherThreadLogsLeavesTheChildItsVoice();
 };
 
 void TestMessageHandler::line_data()
@@ -187,13 +211,16 @@ void TestMessageHandler::debugLinesNobodyWantsAreNotFormatted()
     const ChildOutcome child = runInChild([] {
         const StillClock clock;
         installMessageHandler(clock);
+        int formatted = 0;
+        const auto say = [&formatted] { qCDebug(busyLog) << "line" << ++formatted; };
         setLogTargets({.verbose = true});
-        const bool whileVerbose = QLoggingCategory::defaultCategory()->isDebugEnabled();
+        say();
         setLogTargets({.warnings = true});
-        const bool whileQuiet = QLoggingCategory::defaultCategory()->isDebugEnabled();
-        ::_exit((whileVerbose ? 1 : 0) + (whileQuiet ? 2 : 0));
+        say();
+        ::_exit(formatted);
     });
     QCOMPARE(child.status, 1);
+    QCOMPARE(child.out, "09:05:02 Debug: line 1\n"_ba);
 }
 
 void TestMessageHandler::theFileAloneKeepsDebugLinesAlive()
@@ -237,6 +264,29 @@ void TestMessageHandler::threadsDoNotMixTheirLines()
     QCOMPARE(child.status, Returned);
     QCOMPARE(child.out, "09:05:02 Warning: from a thread\n"_ba.repeated(2 * Lines));
     QCOMPARE(tree.read(u"/log"_s), child.out);
+}
+
+void TestMessageHandler::aForkWhileAnotherThreadLogsLeavesTheChildItsVoice()
+{
+    const ChildOutcome child = runInChild([] {
+        const SlowClock clock;
+        installMessageHandler(clock);
+        std::thread other([] { qWarning("from a thread"); });
+        while (!clock.asked)
+            std::this_thread::yield();
+        const pid_t forked = ::fork();
+        if (forked == 0) {
+            ::alarm(10); // ends a child that waits for ever
+            qWarning("from a child");
+            ::_exit(0);
+        }
+        other.join();
+        int status = -1;
+        ::waitpid(forked, &status, 0);
+        ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+    });
+    QCOMPARE(child.status, 0);
+    QCOMPARE(child.out, "09:05:02 Warning: from a thread\n09:05:02 Warning: from a child\n"_ba);
 }
 
 QTEST_APPLESS_MAIN(TestMessageHandler)
