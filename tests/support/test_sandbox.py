@@ -31,7 +31,7 @@ def test_the_caller_is_an_ordinary_user_at_home():
 
 
 def test_the_fixed_places_are_fresh_and_writable():
-    assert shell("find " + " ".join(WRITABLE) + " -type f") == ""
+    assert shell("find " + " ".join(WRITABLE) + " -xdev -type f") == ""  # the checkout may be bound below one
     shell("set -e; for place in " + " ".join(WRITABLE) + "; do echo x >$place/x; done")
     for place in WRITABLE:
         assert not os.path.exists(f"{place}/x"), f"{place} of the host was written"
@@ -118,12 +118,12 @@ def test_everything_dies_with_the_caller():
 def test_two_sandboxes_know_nothing_of_each_other():
     sys.path.insert(0, str(HERE))
     from sandbox import Sandbox
-    script = "mkdir /run/orvd && echo $1 >/tmp/mine && echo made && read go && cat /tmp/mine && ls /tmp"
+    script = "mkdir /run/orvd && echo $1 >/tmp/$1 && echo made && read go && cat /tmp/one /tmp/two 2>&-; true"
     pair = [Sandbox().popen(["sh", "-c", script, "sh", name], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
             for name in ("one", "two")]
     for process in pair:
         assert process.stdout.readline() == "made\n"
-    assert [process.communicate("go\n", timeout=10)[0] for process in pair] == ["one\nmine\n", "two\nmine\n"]
+    assert [process.communicate("go\n", timeout=10)[0] for process in pair] == ["one\n", "two\n"]
 
 
 def test_an_honest_failure_without_bubblewrap():
