@@ -1,5 +1,6 @@
 #include "daemon/daemonize.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +8,16 @@ const ProcessCalls &ProcessCalls::system()
 {
     static constexpr ProcessCalls calls{::getppid, ::fork, ::setsid, ::chdir, ::umask};
     return calls;
+}
+
+void fillStandardStreams()
+{
+    int descriptor = 0;
+    do
+        descriptor = ::open("/dev/null", O_RDWR); // takes the lowest free number
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0)
+        ::close(descriptor);
 }
 
 std::optional<int> daemonize(const ProcessCalls &calls)

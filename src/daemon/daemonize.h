@@ -15,6 +15,10 @@ struct ProcessCalls {
     static const ProcessCalls &system();
 };
 
+// A standard stream that the caller has closed becomes /dev/null. Or a socket of ours would get its
+// number, and log lines would go into that socket. Before anything else is opened.
+void fillStandardStreams();
+
 // Leaves the caller's session, directory and umask behind in a forked child; nothing happens below
 // process 1, where the process is detached already. Buffers must be empty, and no other thread may
 // run yet. The status with which this process has to _exit: 0 in the parent, 1 after a failure;

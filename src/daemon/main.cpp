@@ -44,6 +44,7 @@ void connectQuitSignals(QCoreApplication &application)
 
 int main(int argc, char *argv[])
 {
+    fillStandardStreams();
     // Copied first: the application takes its own options out of argv.
     const std::vector<const char *> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     QCoreApplication application(argc, argv);

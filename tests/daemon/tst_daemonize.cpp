@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -71,6 +72,8 @@ private slots:
     void steps_data();
     void steps();
     void aRealChildIsDetached();
+    void closedStandardStreamsAreFilled_data();
+    void closedStandardStreamsAreFilled();
 };
 
 void TestDaemonize::steps_data()
@@ -125,6 +128,40 @@ void TestDaemonize::aRealChildIsDetached()
     QVERIFY(seen.atRoot);
     QCOMPARE(seen.mask, mode_t(0));
     QVERIFY(seen.outputOpen);
+}
+
+void TestDaemonize::closedStandardStreamsAreFilled_data()
+{
+    QTest::addColumn<int>("from");
+    QTest::addColumn<int>("to");
+    QTest::newRow("all three") << STDIN_FILENO << STDERR_FILENO;
+    QTest::newRow("output alone") << STDOUT_FILENO << STDOUT_FILENO;
+    QTest::newRow("none") << STDERR_FILENO << STDOUT_FILENO;
+}
+
+void TestDaemonize::closedStandardStreamsAreFilled()
+{
+    QFETCH(const int, from);
+    QFETCH(const int, to);
+    const pid_t child = ::fork();
+    QVERIFY(child >= 0);
+    if (child == 0) {
+        for (int stream = from; stream <= to; ++stream)
+            ::close(stream);
+        const int before = ::open("/", O_RDONLY); // the lowest number that is free
+        ::close(before);
+        fillStandardStreams();
+        const int after = ::open("/", O_RDONLY);
+        bool areOpen = true;
+        for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+            areOpen = areOpen && ::fcntl(stream, F_GETFD) >= 0;
+        const bool nothingElseWasTaken = before <= STDERR_FILENO || after == before;
+        ::_exit(areOpen && after > STDERR_FILENO && nothingElseWasTaken ? 0 : 1);
+    }
+    int status = -1;
+    QCOMPARE(::waitpid(child, &status, 0), child);
+    QVERIFY(WIFEXITED(status));
+    QCOMPARE(WEXITSTATUS(status), 0);
 }
 
 QTEST_APPLESS_MAIN(TestDaemonize)

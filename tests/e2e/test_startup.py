@@ -8,7 +8,7 @@ import sys
 
 import pytest
 
-from harness import files
+from harness import files, wire
 from harness.buses import Bus
 from harness.daemon import LINE, binary, preloadable
 
@@ -145,6 +145,16 @@ def test_the_detached_process_serves_clients_and_engine(stage, ready_engine):
     ready_engine.wait_connected()
     assert stage.client().register() == 6000
     assert daemon.is_running()
+
+
+def test_closed_standard_streams_swallow_the_log(stage, ready_engine):
+    """Or the socket pair of SIGUSR1 would take their numbers, and every line would delete assistance data."""
+    daemon = stage.launch("-v", wrapper=["sh", "-c", 'exec "$0" "$@" <&- >&- 2>&-'])
+    stage.wait_serving()
+    assert [os.readlink(f"/proc/{daemon.pid}/fd/{number}") for number in (0, 1, 2)] == 3 * ["/dev/null"]
+    assert stage.settings().set("WiFiPositioning", False)  # more lines
+    ready_engine.expect(wire.SuplServers)
+    assert ready_engine.pending(wire.DeleteAssistance) == []
 
 
 # Becomes a child of process 1 first, as a daemon that an init system starts.
