@@ -12,14 +12,11 @@
 #include <array>
 #include <atomic>
 #include <benchmark/benchmark.h>
-#include <cstdio>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -34,15 +31,6 @@ class SilentEngine
 public:
     SilentEngine()
     {
-        mkdir("/var/run/orvd", 0755);
-        unlink(bench::EngineSocket);
-        m_listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::snprintf(address.sun_path, sizeof address.sun_path, "%s", bench::EngineSocket);
-        if (bind(m_listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-            listen(m_listener, 1) != 0)
-            qFatal("cannot listen on the engine socket");
         m_reader = std::thread([this] {
             const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
             std::array<char, 8192> packet;
@@ -62,7 +50,7 @@ public:
     int packets() const { return m_packets; }
 
 private:
-    int m_listener = -1;
+    int m_listener = bench::listenAsEngine();
     std::atomic<int> m_packets = 0;
     std::thread m_reader;
 };

@@ -1,6 +1,13 @@
 #include "engineframe.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace {
 
@@ -26,6 +33,22 @@ engineside::ReportWriter fixReport(std::uint16_t session)
 }
 
 } // namespace
+
+int bench::listenAsEngine()
+{
+    mkdir("/var/run/orvd", 0755);
+    unlink(EngineSocket);
+    const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", EngineSocket);
+    if (bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        listen(listener, 1) != 0) {
+        std::perror("cannot listen in the engine's place");
+        std::exit(1);
+    }
+    return listener;
+}
 
 QByteArray bench::fixNotification(std::uint16_t session)
 {

@@ -30,6 +30,9 @@ inline std::uint16_t sessionId(const std::uint8_t *packet)
     return bigEndian16(packet + layout::gnssNotification::sessionId.offset);
 }
 
+// A listening socket in the engine's place; ends the program when that cannot be.
+int listenAsEngine();
+
 // A notification with position and velocity, everything known.
 QByteArray fixNotification(std::uint16_t session);
 // The same with twelve satellites.

@@ -28,8 +28,6 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -112,18 +110,7 @@ private:
 class Engine
 {
 public:
-    Engine()
-    {
-        mkdir("/var/run/orvd", 0755);
-        unlink(bench::EngineSocket);
-        m_listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::snprintf(address.sun_path, sizeof address.sun_path, "%s", bench::EngineSocket);
-        require(bind(m_listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0,
-                std::string("cannot bind the engine socket: ") + std::strerror(errno));
-        require(listen(m_listener, 1) == 0, "cannot listen");
-    }
+    Engine() = default;
     ~Engine()
     {
         close(m_connection);
@@ -173,7 +160,7 @@ public:
     }
 
 private:
-    int m_listener = -1;
+    int m_listener = bench::listenAsEngine();
     int m_connection = -1;
 };
 
