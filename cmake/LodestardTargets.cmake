@@ -11,6 +11,21 @@ target_compile_definitions(lodestard-build-options INTERFACE
     QT_NO_CAST_FROM_ASCII QT_NO_FOREACH QT_NO_CAST_TO_ASCII)
 target_include_directories(lodestard-build-options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 
+option(LODESTARD_CHECK_HEADERS "Compile every header of the daemon on its own" OFF)
+
+# Each header in a source of its own: it must name everything it needs.
+function(lodestard_check_headers folder)
+    set(stubs)
+    foreach(header ${ARGN})
+        set(stub ${CMAKE_CURRENT_BINARY_DIR}/headers/${header}.cpp)
+        file(CONFIGURE OUTPUT ${stub} CONTENT "#include \"${folder}/${header}\"\n")
+        list(APPEND stubs ${stub})
+    endforeach()
+    add_library(lodestard-${folder}-headers OBJECT ${stubs})
+    target_link_libraries(lodestard-${folder}-headers PRIVATE lodestard-${folder})
+    set_target_properties(lodestard-${folder}-headers PROPERTIES AUTOMOC OFF)
+endfunction()
+
 # lodestard_add_library(<folder> SOURCES ... [LINKS ...])
 # One static library a folder: target lodestard-<folder>.
 function(lodestard_add_library folder)
@@ -18,6 +33,10 @@ function(lodestard_add_library folder)
     if(ARG_SOURCES)
         add_library(lodestard-${folder} STATIC ${ARG_SOURCES})
         target_link_libraries(lodestard-${folder} PUBLIC lodestard-build-options ${ARG_LINKS})
+        if(LODESTARD_CHECK_HEADERS)
+            list(FILTER ARG_SOURCES INCLUDE REGEX "\\.h$")
+            lodestard_check_headers(${folder} ${ARG_SOURCES})
+        endif()
     else()
         add_library(lodestard-${folder} INTERFACE)
         target_link_libraries(lodestard-${folder} INTERFACE lodestard-build-options ${ARG_LINKS})

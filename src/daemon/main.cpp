@@ -9,6 +9,7 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 
+#include <csignal>
 #include <vector>
 
 #include <unistd.h>
@@ -45,6 +46,7 @@ void connectQuitSignals(QCoreApplication &application)
 int main(int argc, char *argv[])
 {
     fillStandardStreams();
+    std::signal(SIGPIPE, SIG_IGN); // whoever reads the log may leave
     // Copied first: the application takes its own options out of argv.
     const std::vector<const char *> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     QCoreApplication application(argc, argv);

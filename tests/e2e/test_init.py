@@ -81,7 +81,7 @@ def test_an_engine_that_comes_later_is_found_after_30_seconds(stage):
 def test_the_engine_is_ready_half_a_second_after_it_was_reached(stage, ready_engine):
     """Time runs slowly here: until then nothing but the registration is sent."""
     files.marker("location_ok")
-    daemon = stage.daemon(faketime="+0 x0.25")
+    daemon = stage.daemon(faketime="+0 x0.1")
     client = stage.client()
     client.start(app.SATELLITE)
     assert stage.settings().set("PrimarySuplServer", "supl.early.example")

@@ -2,12 +2,14 @@
 
 import os
 import signal
+import subprocess
 
 import pytest
 from gi.repository import GLib
 
 from harness import client as app
 from harness import files, wire
+from harness.daemon import binary
 from harness.peers import FakeDeviceState
 
 CATCHING = {signal.SIGUSR1, signal.SIGINT, signal.SIGHUP, signal.SIGTERM, signal.SIGABRT, signal.SIGBUS, signal.SIGSEGV}
@@ -45,6 +47,19 @@ def test_the_handlers_are_installed_as_they_should_be(stage):
     assert CATCHING <= signals(daemon.status("SigCgt"))
     assert signal.SIGCHLD in signals(daemon.status("SigIgn"))
     assert signals(daemon.status("SigBlk")) == set()
+
+
+def test_a_reader_of_the_log_that_leaves_does_not_take_the_daemon_along(stage):
+    reader, writer = os.pipe()
+    os.close(reader)
+    environment = {**os.environ, "DBUS_SESSION_BUS_ADDRESS": stage.session.address,
+                   "DBUS_SYSTEM_BUS_ADDRESS": stage.system.address, "ASAN_OPTIONS": "verify_asan_link_order=0"}
+    process = subprocess.Popen([binary(), "-v"], stdout=writer, stdin=subprocess.DEVNULL, env=environment)
+    os.close(writer)
+    stage.keep(process, process.kill)
+    stage.wait_serving()
+    assert stage.client().register() == 6000
+    assert process.poll() is None
 
 
 def test_a_signal_ends_the_daemon_without_cleaning_up(stage, ready_engine):
