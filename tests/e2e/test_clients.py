@@ -176,7 +176,7 @@ def test_the_daemons_own_names_are_never_called(stage, service):
     real.wait_for_settings(app.ALL)
     road.settle(pseudo, real)
     assert pseudo.callbacks.items() == []
-    calls = [line for line in monitor.lines.items() if "com.varn.qlocation.updates" in line]
+    calls = [line for line in monitor.settled_lines(stage.session) if "com.varn.qlocation.updates" in line]
     assert len(calls) == 1 and "member=currentSettings" in calls[0] and real.service in calls[0]
     assert road.daemon.messages("Warning") == road.daemon.messages("Critical") == []
     assert near(1)(stream.read_fix(real.latest_position(True)))  # its fix counts all the same

@@ -197,6 +197,4 @@ def test_brisd_is_not_started_without_consent(stage):
     assert stage.settings().set("LocationDisclaimerAccepted", True)  # nor by the setting later
     daemon.wait_for_message("PositionDaemon::userSettingsChanged():  Disclaimer accepted [ true ]")
     assert not daemon.has_message("startBrisd()")
-    stage.system.owner_of("com.example.last")
-    monitor.lines.wait_for("com.example.last")
-    assert not any("brisd" in line for line in monitor.lines.items())
+    assert not any("brisd" in line for line in monitor.settled_lines(stage.system))

@@ -186,6 +186,14 @@ class BusMonitor:
         self.lines.wait_for("member=NameLost")
         bus.connect().close_sync(None)
 
+    def settled_lines(self, bus):
+        """Everything that was sent on the bus by now: the monitor writes in its own time, so a question
+        that only this call can ask is waited for behind it."""
+        last = f"com.example.Last{next(_numbers)}"
+        bus.owner_of(last)
+        self.lines.wait_for(last)
+        return self.lines.items()
+
     def wait_call(self, member, **fields):
         """Waits for a method call; fields as dbus-monitor prints them (destination, path, interface)."""
         def wanted(line):
