@@ -5,7 +5,9 @@
 #include "support/logcapture.h"
 #include "support/stillclock.h"
 
+#include <QGeoCoordinate>
 #include <QList>
+#include <QTest>
 
 #include <memory>
 
@@ -34,6 +36,18 @@ private:
     StillClock m_clock;
     ORVComm m_orv{DevicePaths{}, m_clock};
     OrvRecorder m_seen{m_orv};
+};
+
+// A test on the bench: every test function has a fresh one.
+class OrvBenchTest : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init() { m_bench = std::make_unique<OrvBench>(); }
+    void cleanup() { m_bench.reset(); }
+
+protected:
+    std::unique_ptr<OrvBench> m_bench;
 };
 
 // Messages as an engine writes them.

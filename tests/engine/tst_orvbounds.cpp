@@ -1,20 +1,15 @@
 #include "engine/orvbench.h"
 
-#include <QGeoCoordinate>
-#include <QTest>
-
 #include <random>
 
 using namespace Qt::StringLiterals;
 using engineside::ReportWriter;
 
 // Packets that are not what they should be cost nothing but themselves.
-class TestOrvBounds : public QObject
+class TestOrvBounds : public OrvBenchTest
 {
     Q_OBJECT
 private slots:
-    void init() { m_bench = std::make_unique<OrvBench>(); }
-    void cleanup() { m_bench.reset(); }
     void aTruncatedMessageLosesNoLaterOne_data();
     void aTruncatedMessageLosesNoLaterOne();
     void aMessageTooShortForItsFieldsIsDropped_data();
@@ -23,9 +18,6 @@ private slots:
     void aBlockThatCannotBeEndsTheWalk_data();
     void aBlockThatCannotBeEndsTheWalk();
     void garbageLosesNoLaterMessage();
-
-private:
-    std::unique_ptr<OrvBench> m_bench;
 };
 
 void TestOrvBounds::aTruncatedMessageLosesNoLaterOne_data()

@@ -1,40 +1,18 @@
-#include "engine/orvcomm.h"
-#include "engine/orvrecorder.h"
-#include "support/fakeengine.h"
-#include "support/logcapture.h"
-#include "support/scoped.h"
-
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <optional>
+#include "engine/orvcommtest.h"
 
 using namespace Qt::StringLiterals;
 
-// The requests: their bytes on a real socket, the state and the watchdogs they lead to.
-class TestOrvComm : public QObject
+// The requests: their bytes on a real socket and the state they lead to.
+class TestOrvComm : public OrvCommTest
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
     void aFirstSessionStartsTheSearch();
     void aSecondStartOfTheSameIdIsASecondRecord();
-    void aSessionStartedWhileTrackingGetsTheShortWatchdog();
     void theModeByteGoesOutWithEveryLaterRequest();
-    void aFixRestartsTheWatchdogByTheInterval_data();
-    void aFixRestartsTheWatchdogByTheInterval();
-    void aNewIntervalCountsFromTheNextFix();
-    void anIntervalBeyondTheFieldIsTheNearestThatFits_data();
-    void anIntervalBeyondTheFieldIsTheNearestThatFits();
-    void anIntervalForAnUnknownSessionAddsASilentOne();
     void stoppingTheLastSessionIsIdle();
     void stoppingAnUnknownSessionStillTellsIdle();
     void aReceiverOfIdleMayStartAnew();
-    void aReceiverOfTrackingFindsTheStateChanged();
-    void aWatchdogThatFiresTellsTheSilentSessions();
-    void aTimeoutWhileTrackingGoesBackToSearch();
-    void aReceiverOfATimeoutMayStopSessions();
     void deletionIsLoggedInBinaryForTheKnownMasks_data();
     void deletionIsLoggedInBinaryForTheKnownMasks();
     void suplRequestIdsCountToTwelveBits();
@@ -43,35 +21,7 @@ private slots:
     void theAnswerToALocationRequestIsSixBytes_data();
     void theAnswerToALocationRequestIsSixBytes();
     void requestsWithoutAnEngineGoOnAsIfSent();
-
-private:
-    std::optional<ScopedVariable> m_noSource;
-    std::unique_ptr<QTemporaryDir> m_root;
-    std::unique_ptr<FakeEngine> m_engine;
-    std::unique_ptr<ORVComm> m_orv;
-    std::unique_ptr<OrvRecorder> m_seen;
 };
-
-void TestOrvComm::init()
-{
-    m_noSource.emplace("POSITIONING_SOURCE", std::nullopt);
-    m_root = std::make_unique<QTemporaryDir>();
-    const DevicePaths paths{m_root->path()};
-    m_engine = std::make_unique<FakeEngine>(paths.engineSocket());
-    const LogCapture quiet;
-    m_orv = std::make_unique<ORVComm>(paths);
-    m_seen = std::make_unique<OrvRecorder>(*m_orv);
-    QCOMPARE(m_orv->init(), 0);
-    QCOMPARE(m_engine->takeReceived().size(), 1); // the registration
-}
-
-void TestOrvComm::cleanup()
-{
-    m_orv.reset();
-    m_seen.reset();
-    m_engine.reset();
-    m_noSource.reset();
-}
 
 void TestOrvComm::aFirstSessionStartsTheSearch()
 {
@@ -112,18 +62,6 @@ void TestOrvComm::aSecondStartOfTheSameIdIsASecondRecord()
     QCOMPARE(m_seen->take(), QStringList(u"state 0"_s));
 }
 
-void TestOrvComm::aSessionStartedWhileTrackingGetsTheShortWatchdog()
-{
-    const LogCapture quiet;
-    m_orv->startGNSS(7, 1);
-    feed(*m_orv, positionReport(7));
-    m_seen->take();
-    m_orv->startGNSS(8, 30);
-    QCOMPARE(m_seen->take(), QStringList());
-    QCOMPARE(watchdogs(*m_orv).at(1)->interval(), 45000);
-    QVERIFY(watchdogs(*m_orv).at(1)->isActive());
-}
-
 void TestOrvComm::theModeByteGoesOutWithEveryLaterRequest()
 {
     const LogCapture quiet;
@@ -137,112 +75,6 @@ void TestOrvComm::theModeByteGoesOutWithEveryLaterRequest()
                                            QByteArray::fromHex("EF01000C 1234 0000 01 01 0005"),
                                            QByteArray::fromHex("EF01000C 1234 0000 02 02 0000"),
                                        }));
-}
-
-void TestOrvComm::aFixRestartsTheWatchdogByTheInterval_data()
-{
-    QTest::addColumn<int>("interval");
-    QTest::addColumn<int>("milliseconds");
-    QTest::newRow("9 s") << 9 << 19000;
-    QTest::newRow("30 s") << 30 << 45000;
-    QTest::newRow("59 s") << 59 << 74000;
-    QTest::newRow("599 s") << 599 << 629000;
-    QTest::newRow("600 s") << 600 << 660000;
-}
-
-void TestOrvComm::aFixRestartsTheWatchdogByTheInterval()
-{
-    QFETCH(int, interval);
-    QFETCH(int, milliseconds);
-    const LogCapture quiet;
-    m_orv->startGNSS(7, interval);
-    QTimer *watchdog = watchdogs(*m_orv).first();
-    QCOMPARE(watchdog->interval(), 120000);
-
-    feed(*m_orv, positionReport(7));
-    QCOMPARE(watchdog->interval(), milliseconds);
-    QVERIFY(watchdog->isActive());
-
-    watchdog->stop();
-    feed(*m_orv, positionReport(7));
-    QVERIFY(watchdog->isActive());
-}
-
-void TestOrvComm::aNewIntervalCountsFromTheNextFix()
-{
-    m_orv->startGNSS(7, 1);
-    feed(*m_orv, positionReport(7));
-    m_engine->takeReceived();
-    m_seen->take();
-
-    LogCapture log;
-    QCOMPARE(m_orv->setGNSSInterval(7, 60), 0);
-    QCOMPARE(log.lines(), QStringList(u"debug: ORVComm::setGNSSInterval( 7 , 60 )"_s));
-    QCOMPARE(m_engine->takeReceived(),
-             QList<QByteArray>{QByteArray::fromHex("EF01000C 0007 0000 01 02 003C")});
-    QCOMPARE(watchdogs(*m_orv).size(), 1);
-    QCOMPARE(watchdogs(*m_orv).first()->interval(), 11000);
-    feed(*m_orv, positionReport(7));
-    QCOMPARE(watchdogs(*m_orv).first()->interval(), 90000);
-    QCOMPARE(m_seen->take(), QStringList(u"fix 7"_s));
-}
-
-void TestOrvComm::anIntervalBeyondTheFieldIsTheNearestThatFits_data()
-{
-    QTest::addColumn<int>("interval");
-    QTest::addColumn<QByteArray>("field");
-    QTest::addColumn<int>("milliseconds");
-    QTest::newRow("the longest that fits") << 65535 << QByteArray("FFFF") << 65595000;
-    QTest::newRow("a second more") << 65536 << QByteArray("FFFF") << 65595000;
-    QTest::newRow("the longest that a client may ask for") << 2147483 << QByteArray("FFFF") << 65595000;
-    QTest::newRow("none") << 0 << QByteArray("0000") << 10000;
-    QTest::newRow("below none") << -1 << QByteArray("0000") << 10000;
-}
-
-// On the wire, in the record that the next fix looks at, and in the watchdog of a start while tracking.
-void TestOrvComm::anIntervalBeyondTheFieldIsTheNearestThatFits()
-{
-    QFETCH(int, interval);
-    QFETCH(QByteArray, field);
-    QFETCH(int, milliseconds);
-    const LogCapture quiet;
-    m_orv->startGNSS(7, interval);
-    QCOMPARE(m_engine->takeReceived(),
-             QList<QByteArray>{QByteArray::fromHex("EF01000C 0007 0000 00 02" + field)});
-    feed(*m_orv, positionReport(7));
-    QCOMPARE(watchdogs(*m_orv).at(0)->interval(), milliseconds);
-
-    m_orv->startGNSS(8, interval);
-    QCOMPARE(watchdogs(*m_orv).at(1)->interval(), milliseconds);
-
-    m_orv->setGNSSInterval(7, 1);
-    m_orv->setGNSSInterval(7, interval);
-    QCOMPARE(m_engine->takeReceived().last(), QByteArray::fromHex("EF01000C 0007 0000 01 02" + field));
-    feed(*m_orv, positionReport(7));
-    QCOMPARE(watchdogs(*m_orv).at(0)->interval(), milliseconds);
-}
-
-void TestOrvComm::anIntervalForAnUnknownSessionAddsASilentOne()
-{
-    const LogCapture quiet;
-    m_orv->setGNSSInterval(9, 60);
-    QCOMPARE(m_engine->takeReceived(),
-             QList<QByteArray>{QByteArray::fromHex("EF01000C 0009 0000 01 02 003C")});
-    QCOMPARE(m_seen->take(), QStringList()); // no state either
-    QCOMPARE(watchdogs(*m_orv).size(), 1);
-    QVERIFY(!watchdogs(*m_orv).first()->isActive());
-
-    m_orv->startGNSS(7, 1);
-    m_seen->take();
-    watchdogs(*m_orv).at(1)->start(0); // the other session's watchdog runs out
-    QTRY_COMPARE(m_seen->events, QStringList({u"timeout 9"_s, u"timeout 7"_s}));
-    QVERIFY(!watchdogs(*m_orv).first()->isActive());
-
-    m_seen->take();
-    feed(*m_orv, positionReport(9));
-    QCOMPARE(m_seen->take(), QStringList({u"state 2"_s, u"fix 9"_s}));
-    QVERIFY(watchdogs(*m_orv).first()->isActive());
-    QCOMPARE(watchdogs(*m_orv).first()->interval(), 90000);
 }
 
 void TestOrvComm::stoppingTheLastSessionIsIdle()
@@ -297,63 +129,6 @@ void TestOrvComm::aReceiverOfIdleMayStartAnew()
     QCOMPARE(m_seen->take(), QStringList({u"state 0"_s, u"state 1"_s}));
     feed(*m_orv, positionReport(8));
     QCOMPARE(m_seen->take(), QStringList({u"state 2"_s, u"fix 8"_s}));
-}
-
-void TestOrvComm::aReceiverOfTrackingFindsTheStateChanged()
-{
-    const LogCapture quiet;
-    m_orv->startGNSS(7, 1);
-    connect(m_orv.get(), &ORVComm::GNSSStateUpdated, this, [this](ORVComm::GNSSState state) {
-        if (state == ORVComm::Tracking)
-            m_orv->startGNSS(8, 30);
-    });
-    feed(*m_orv, positionReport(7));
-    QCOMPARE(watchdogs(*m_orv).at(1)->interval(), 45000);
-}
-
-void TestOrvComm::aWatchdogThatFiresTellsTheSilentSessions()
-{
-    const LogCapture quiet;
-    for (const quint16 id : {quint16{1}, quint16{2}, quint16{3}})
-        m_orv->startGNSS(id, 1);
-    m_seen->take();
-    watchdogs(*m_orv).at(2)->stop(); // ran out earlier
-    watchdogs(*m_orv).at(0)->start(0);
-    QTRY_COMPARE(m_seen->events, QStringList({u"timeout 1"_s, u"timeout 3"_s}));
-}
-
-void TestOrvComm::aTimeoutWhileTrackingGoesBackToSearch()
-{
-    const LogCapture quiet;
-    m_orv->startGNSS(7, 1);
-    feed(*m_orv, positionReport(7));
-    m_seen->take();
-    watchdogs(*m_orv).first()->start(0);
-    QTRY_COMPARE(m_seen->events, QStringList({u"state 1"_s, u"timeout 7"_s}));
-
-    // In search again: no second word of it, and a new session has two minutes.
-    m_seen->take();
-    m_orv->timeoutGNSS();
-    QCOMPARE(m_seen->take(), QStringList(u"timeout 7"_s));
-    m_orv->startGNSS(8, 1);
-    QCOMPARE(watchdogs(*m_orv).at(1)->interval(), 120000);
-}
-
-void TestOrvComm::aReceiverOfATimeoutMayStopSessions()
-{
-    const LogCapture quiet;
-    m_orv->startGNSS(7, 1);
-    m_orv->startGNSS(8, 1);
-    m_seen->take();
-    connect(m_orv.get(), &ORVComm::updateTimeoutGNSS, this, [this] {
-        m_orv->stopGNSS(7);
-        m_orv->stopGNSS(8);
-    });
-    watchdogs(*m_orv).at(1)->stop();
-    watchdogs(*m_orv).at(0)->start(0);
-    // No word of a session that is gone.
-    QTRY_COMPARE(m_seen->events, QStringList({u"timeout 7"_s, u"state 0"_s}));
-    QTRY_COMPARE(watchdogs(*m_orv).size(), 0);
 }
 
 void TestOrvComm::deletionIsLoggedInBinaryForTheKnownMasks_data()

@@ -1,19 +1,15 @@
 #include "engine/orvbench.h"
 
-#include <QGeoCoordinate>
 #include <QLoggingCategory>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using engineside::ReportWriter;
 
 // Fix and satellite reports, packet by packet: no socket, no event loop.
-class TestOrvReports : public QObject
+class TestOrvReports : public OrvBenchTest
 {
     Q_OBJECT
 private slots:
-    void init() { m_bench = std::make_unique<OrvBench>(); }
-    void cleanup() { m_bench.reset(); }
     void aFixMovesTheStateAndReachesItsSession();
     void aReportWithoutTheFixBitOnlyShowsSatellites();
     void aReportWithoutTheProcessBitIsDropped();
@@ -43,9 +39,6 @@ private slots:
     void satellitesAreLoggedSixToALine();
     void unknownBlocksAreLoggedAndSteppedOver();
     void nothingIsFormattedThatNobodySees();
-
-private:
-    std::unique_ptr<OrvBench> m_bench;
 };
 
 void TestOrvReports::aFixMovesTheStateAndReachesItsSession()

@@ -1,19 +1,15 @@
 #include "engine/orvbench.h"
 
-#include <QGeoCoordinate>
 #include <QMetaMethod>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using engineside::ReportWriter;
 
 // Answers to requests, network-initiated requests, and the interface itself.
-class TestOrvResponses : public QObject
+class TestOrvResponses : public OrvBenchTest
 {
     Q_OBJECT
 private slots:
-    void init() { m_bench = std::make_unique<OrvBench>(); }
-    void cleanup() { m_bench.reset(); }
     void signalsKeepTheirOrder();
     void statesKeepTheirNumbers();
     void responsesAreLogged_data();
@@ -28,9 +24,6 @@ private slots:
     void locationRequestsAreShown_data();
     void locationRequestsAreShown();
     void locationRequestsAreLogged();
-
-private:
-    std::unique_ptr<OrvBench> m_bench;
 };
 
 namespace {
