@@ -25,23 +25,26 @@ constexpr std::array FixAttributes{QGeoPositionInfo::Direction,          QGeoPos
                                    QGeoPositionInfo::HorizontalAccuracy, QGeoPositionInfo::VerticalAccuracy};
 constexpr std::array SatelliteAttributes{QGeoSatelliteInfo::Elevation, QGeoSatelliteInfo::Azimuth};
 
-// Appends big-endian values to a buffer that was reserved once.
+// Writes big-endian values one behind the other into a buffer that was made once.
 class Writer
 {
 public:
-    explicit Writer(qsizetype expected) { m_bytes.reserve(expected); }
+    explicit Writer(qsizetype atMost)
+        : m_bytes(atMost, Qt::Uninitialized)
+    {
+    }
 
     template <typename T>
     void put(T value)
     {
-        std::array<char, sizeof value> raw;
-        qToBigEndian(value, raw.data());
-        m_bytes.append(raw.data(), qsizetype(raw.size()));
+        Q_ASSERT(m_bytes.size() - m_used >= qsizetype(sizeof value));
+        qToBigEndian(value, m_bytes.data() + m_used);
+        m_used += qsizetype(sizeof value);
     }
     template <typename Info, typename Codes>
     void putAttributes(const Info &info, const Codes &codes)
     {
-        const qsizetype place = m_bytes.size();
+        const qsizetype place = m_used;
         quint32 count = 0;
         put(count);
         for (const auto code : codes) {
@@ -54,10 +57,15 @@ public:
         }
         qToBigEndian(count, m_bytes.data() + place);
     }
-    QByteArray take() { return std::move(m_bytes); }
+    QByteArray take()
+    {
+        m_bytes.truncate(m_used);
+        return std::move(m_bytes);
+    }
 
 private:
     QByteArray m_bytes;
+    qsizetype m_used = 0;
 };
 
 // Reads big-endian values. A value that is not there reads as 0 and clears ok(), for good.

@@ -26,4 +26,5 @@ private:
     QDBusMessage methodCall(const QString &method, const QVariantList &arguments) const;
 
     bool m_callable; // both names are well-formed
+    bool m_unique;   // the service is a connection itself, not a name that may be started
 };
