@@ -365,8 +365,8 @@ class Receiver(object):
     def hear(self, t, sky):
         """What the receiver makes of the sky: signals come one after another during the search."""
         fixed = self.has_fix(t)
-        span = max(self.due - self.on_since, 0.001)
-        heard = len(sky) if fixed else int(self.ACQUIRE * min(1.0, (t - self.on_since) / span))
+        share = 1.0 if t >= self.due else (t - self.on_since) / (self.due - self.on_since)
+        heard = len(sky) if fixed else int(self.ACQUIRE * share)
         heard = heard if self.limit is None else min(heard, self.limit)
         result = []
         for rank, s in enumerate(sky):
