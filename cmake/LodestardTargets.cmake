@@ -55,7 +55,9 @@ function(lodestard_add_test name)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${name} PRIVATE ${ARG_LINKS} Qt6::Test lodestard-build-options)
     add_test(NAME ${name} COMMAND ${ARG_COMMAND} $<TARGET_FILE:${name}>)
-    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT})
+    # What Qt's bus thread had not sent when the program ended is no leak of ours.
+    set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT}
+        ENVIRONMENT "LSAN_OPTIONS=suppressions='${PROJECT_SOURCE_DIR}/tests/support/harness/lsan.supp':print_suppressions=0")
 endfunction()
 
 # lodestard_add_e2e_test(<name> FILE <test_x.py> [TIMEOUT <seconds>] [BIND <path>...])

@@ -70,7 +70,8 @@ class Witness:
     def __init__(self, gpsd):
         self._messages = Mailbox("gpsd's reports")
         self._socket = wait_until(lambda: self._connect(gpsd.port), "gpsd answers")
-        self._lines = self._socket.makefile("rw", newline="\n")
+        # For reading only: a file for both ways forgets what it has read when another thread writes.
+        self._lines = self._socket.makefile("r", newline="\n")
         self._ended = threading.Event()
         threading.Thread(target=self._read, daemon=True).start()
 
@@ -88,8 +89,7 @@ class Witness:
 
     def _ask(self, request, answer):
         after = len(self._messages)
-        self._lines.write(request)
-        self._lines.flush()
+        self._socket.sendall(request.encode())
         self._messages.wait_index(lambda message: message["class"] == answer, after=after)
 
     def watch(self):
