@@ -36,8 +36,10 @@ PositionDaemon::PositionDaemon(const DevicePaths &paths, const Clock &clock)
         qFatal("Couldn't create USR1 socketpair");
     connect(m_signalPipe.get(), &SignalPipe::raised, this, &PositionDaemon::onSigUsr1);
 
-    m_allowTimer.setSingleShot(true);
-    m_reconnectTimer.setSingleShot(true);
+    for (QTimer *timer : {&m_allowTimer, &m_reconnectTimer}) {
+        timer->setSingleShot(true);
+        timer->setTimerType(Qt::PreciseTimer); // a coarse one may come a twentieth early
+    }
     connect(&m_allowTimer, &QTimer::timeout, this, &PositionDaemon::allowOrvClients);
     connect(&m_reconnectTimer, &QTimer::timeout, this, &PositionDaemon::reconnectOrv);
 }
