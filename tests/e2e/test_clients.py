@@ -147,7 +147,7 @@ def test_prestarted_clients_live_for_fifteen_seconds(stage):
     assert road.lines("PositionDaemon::configRequest: Set") == [
         f"PositionDaemon::configRequest: Set {what}" for mask in (0xFF, 0xFFFFFF00, 0xFFFFFFFF)
         for what in (f"Method:  {mask}", "interval:  1")]
-    assert 14 <= time_between(road.daemon, "addPrestartClient sat:1, nonsat:0", "Removing client with id: 6000") <= 28
+    assert 14 <= time_between(road.daemon, "addPrestartClient sat:1, nonsat:0", "Removing client with id: 6000") <= 20
     assert road.engine.pending(wire.GnssRequest) == []
     assert "## Service:  prestart" in road.daemon.messages() and "##    Path:  prestart" in road.daemon.messages()
 
