@@ -11,6 +11,39 @@ target_compile_definitions(lodestard-build-options INTERFACE
     QT_NO_CAST_FROM_ASCII QT_NO_FOREACH QT_NO_CAST_TO_ASCII)
 target_include_directories(lodestard-build-options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 
+# Off by default: a build that reads what each file includes itself finds a missing include, and a
+# compiler cache serves other checkouts. `run-tests` switches it on where it saves time.
+option(LODESTARD_PRECOMPILE "Precompile the headers of Qt for all targets" OFF)
+
+# lodestard_precompile(<target> <name> MODULES <Qt module>...)
+# The first call for a name precompiles the umbrella headers of the modules, later ones reuse them.
+function(lodestard_precompile target name)
+    cmake_parse_arguments(ARG "" "" "MODULES" ${ARGN})
+    if(NOT LODESTARD_PRECOMPILE)
+        return()
+    endif()
+    if(NOT TARGET lodestard-precompiled-${name})
+        file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/precompiled/${name}.cpp CONTENT "")
+        add_library(lodestard-precompiled-${name} OBJECT ${PROJECT_BINARY_DIR}/precompiled/${name}.cpp)
+        set_target_properties(lodestard-precompiled-${name} PROPERTIES AUTOMOC OFF)
+        list(TRANSFORM ARG_MODULES PREPEND Qt6:: OUTPUT_VARIABLE links)
+        list(TRANSFORM ARG_MODULES REPLACE "(.+)" "<Qt\\1/Qt\\1>" OUTPUT_VARIABLE headers)
+        target_link_libraries(lodestard-precompiled-${name} PRIVATE ${links} lodestard-build-options)
+        if(name STREQUAL tests)
+            lodestard_test_options(lodestard-precompiled-${name})
+        endif()
+        target_precompile_headers(lodestard-precompiled-${name} PRIVATE ${headers} <chrono> <memory> <optional> <vector>)
+    endif()
+    target_precompile_headers(${target} REUSE_FROM lodestard-precompiled-${name})
+endfunction()
+
+# The sanitizers multiply what an optimiser has to read, and a test is too short to gain by it.
+function(lodestard_test_options target)
+    if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=address")
+        target_compile_options(${target} PRIVATE -O0)
+    endif()
+endfunction()
+
 option(LODESTARD_CHECK_HEADERS "Compile every header of the daemon on its own" OFF)
 
 # Each header in a source of its own: it must name everything it needs.
@@ -33,6 +66,7 @@ function(lodestard_add_library folder)
     if(ARG_SOURCES)
         add_library(lodestard-${folder} STATIC ${ARG_SOURCES})
         target_link_libraries(lodestard-${folder} PUBLIC lodestard-build-options ${ARG_LINKS})
+        lodestard_precompile(lodestard-${folder} daemon MODULES Core DBus Positioning)
         if(LODESTARD_CHECK_HEADERS)
             list(FILTER ARG_SOURCES INCLUDE REGEX "\\.h$")
             lodestard_check_headers(${folder} ${ARG_SOURCES})
@@ -54,6 +88,8 @@ function(lodestard_add_test name)
     add_executable(${name} ${ARG_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${name} PRIVATE ${ARG_LINKS} Qt6::Test lodestard-build-options)
+    lodestard_test_options(${name})
+    lodestard_precompile(${name} tests MODULES Core DBus Positioning)
     add_test(NAME ${name} COMMAND ${ARG_COMMAND} $<TARGET_FILE:${name}>)
     # What Qt's bus thread had not sent when the program ended is no leak of ours.
     set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT ${ARG_TIMEOUT}
