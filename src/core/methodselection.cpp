@@ -27,6 +27,19 @@ ReceiverReport engineReport(int gnssState)
     }
 }
 
+ReceiverReport gypsyReport(int fixStatus)
+{
+    switch (fixStatus) {
+    case 1: // none yet
+        return {ReceiverState::Searching, "Search"};
+    case 2: // in two dimensions
+    case 3:
+        return {ReceiverState::Fix, "Fix"};
+    default:
+        return {ReceiverState::Idle, "Idle"};
+    }
+}
+
 bool isNetworkDisabled(const MethodInputs &inputs)
 {
     return inputs.veskInUse ? inputs.cellularDisabled && inputs.wifiDisabled

@@ -29,6 +29,7 @@ struct ReceiverReport {
     const char *name;
 };
 ReceiverReport engineReport(int gnssState);
+ReceiverReport gypsyReport(int fixStatus); // of the external receiver
 
 // Everything the choice of methods depends on, copied out at the moment of asking.
 struct MethodInputs {

@@ -8,6 +8,7 @@
 #include "core/settingeffects.h"
 #include "core/supervision.h"
 #include "engine/orvcomm.h"
+#include "gypsy/gypsycomm.h"
 #include "platform/clock.h"
 #include "platform/devicepaths.h"
 #include "settings/locationsecuresettingsif.h"
@@ -59,6 +60,8 @@ public slots: // the order is part of the interface
     void onSatellitesInUse(QList<QGeoSatelliteInfo> &satellites);
     void onGNSSStateUpdated(ORVComm::GNSSState state);
     void onUpdateTimeoutGNSS(quint16 sessionId);
+    void onFixStatusUpdate(GypsyComm::FixStatus status);
+    void onConnectionStatusUpdate(GypsyComm::ConnectionStatus status);
     void onSigUsr1();
     void onClientDisconnected(int id);
     void onOrvDisconnected();
@@ -105,6 +108,7 @@ private:
     void setGNSSInterval(int id, int interval);
     void stopGNSS(int id);
     ORVComm *engineFor(SatelliteRequest request) const;
+    GypsyComm *gypsyFor(SatelliteRequest request) const;
 
     // fixes
     void deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source);
@@ -120,6 +124,7 @@ private:
     QObject m_clientHost;
     QObject m_settingsHost;
     std::unique_ptr<ORVComm> orvComm; // none when the internal GPS is disabled
+    std::unique_ptr<GypsyComm> gypsyComm;
     std::unique_ptr<ClientDBusServer> clientServer;
     std::unique_ptr<LocationSecureSettings> secureSettings;
     std::unique_ptr<SignalPipe> m_signalPipe;

@@ -142,11 +142,6 @@ void PositionDaemon::initNetworkAdapter()
     // The network adapter is connected here.
 }
 
-void PositionDaemon::initGypsy()
-{
-    // The client of the external receiver's daemon is connected here.
-}
-
 bool PositionDaemon::initClientService()
 {
     clientServer = std::make_unique<ClientDBusServer>(&m_clientHost, this);

@@ -151,16 +151,23 @@ void PositionDaemon::startGNSS(int id, int interval)
 {
     if (ORVComm *engine = engineFor(SatelliteRequest::Start))
         engine->startGNSS(quint16(id), interval);
+    // The session counts as running also when the receiver is refused: nobody tries again before a stop.
+    else if (GypsyComm *gypsy = gypsyFor(SatelliteRequest::Start))
+        gypsy->startSession(quint16(id), interval, externalAddress);
 }
 
 void PositionDaemon::setGNSSInterval(int id, int interval)
 {
     if (ORVComm *engine = engineFor(SatelliteRequest::ChangeInterval))
         engine->setGNSSInterval(quint16(id), interval);
+    else if (GypsyComm *gypsy = gypsyFor(SatelliteRequest::ChangeInterval))
+        gypsy->setSessionValue(quint16(id), interval);
 }
 
 void PositionDaemon::stopGNSS(int id)
 {
     if (ORVComm *engine = engineFor(SatelliteRequest::Stop))
         engine->stopGNSS(quint16(id));
+    else if (GypsyComm *gypsy = gypsyFor(SatelliteRequest::Stop))
+        gypsy->stopSession(quint16(id));
 }

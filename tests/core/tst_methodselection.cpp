@@ -31,6 +31,8 @@ private slots:
     void availability();
     void engineReports_data();
     void engineReports();
+    void gypsyReports_data();
+    void gypsyReports();
 };
 
 void TestMethodSelection::effectiveMethods_data()
@@ -271,6 +273,27 @@ void TestMethodSelection::engineReports()
     QFETCH(int, report);
     QTEST(engineReport(report).state, "state");
     QTEST(QByteArray(engineReport(report).name), "name");
+}
+
+void TestMethodSelection::gypsyReports_data()
+{
+    QTest::addColumn<int>("report");
+    QTest::addColumn<ReceiverState>("state");
+    QTest::addColumn<QByteArray>("name");
+
+    QTest::newRow("0 is idle") << 0 << Idle << QByteArray("Idle");
+    QTest::newRow("1, no fix yet, is searching") << 1 << Searching << QByteArray("Search");
+    QTest::newRow("2 is a fix in two dimensions") << 2 << Fix << QByteArray("Fix");
+    QTest::newRow("3 is a fix in three dimensions") << 3 << Fix << QByteArray("Fix");
+    QTest::newRow("anything else is idle") << 4 << Idle << QByteArray("Idle");
+    QTest::newRow("a negative report is idle") << -1 << Idle << QByteArray("Idle");
+}
+
+void TestMethodSelection::gypsyReports()
+{
+    QFETCH(int, report);
+    QTEST(gypsyReport(report).state, "state");
+    QTEST(QByteArray(gypsyReport(report).name), "name");
 }
 
 QTEST_APPLESS_MAIN(TestMethodSelection)

@@ -14,12 +14,18 @@ namespace {
 const QString ConnectionName = u"fake bluez"_s;
 const QString AdapterPath = u"/org/bluez/4711/hci0"_s;
 
+QString devicePath(const QString &address)
+{
+    return AdapterPath + u"/dev_"_s + address.toUpper().replace(u':', u'_');
+}
+
 } // namespace
 
 // What both objects know.
 struct FakeBluez::State {
     QMutex mutex;
     bool hasAdapter = false;
+    bool rejectsSessions = false;
     QStringList paired;
     QStringList calls;
 };
@@ -65,7 +71,14 @@ public slots:
         m_state.calls << u"FindDevice "_s + address;
         if (!m_state.paired.contains(address, Qt::CaseInsensitive))
             sendErrorReply(u"org.bluez.Error.DoesNotExist"_s, u"Does Not Exist"_s);
-        return QDBusObjectPath(AdapterPath + u"/dev_"_s + address.toUpper().replace(u':', u'_'));
+        return QDBusObjectPath(devicePath(address));
+    }
+    void RequestSession()
+    {
+        const QMutexLocker lock(&m_state.mutex);
+        m_state.calls << u"RequestSession"_s;
+        if (m_state.rejectsSessions)
+            sendErrorReply(u"org.bluez.Error.Rejected"_s, u"Rejected"_s);
     }
 
 private:
@@ -106,6 +119,21 @@ void FakeBluez::pair(const QString &address)
 {
     const QMutexLocker lock(&m_state->mutex);
     m_state->paired << address;
+}
+
+void FakeBluez::remove(const QString &address)
+{
+    const QMutexLocker lock(&m_state->mutex);
+    m_state->paired.removeAll(address);
+    auto removed = QDBusMessage::createSignal(AdapterPath, u"org.bluez.Adapter"_s, u"DeviceRemoved"_s);
+    QDBusConnection(ConnectionName)
+        .send(removed << QVariant::fromValue(QDBusObjectPath(devicePath(address))));
+}
+
+void FakeBluez::rejectSessions()
+{
+    const QMutexLocker lock(&m_state->mutex);
+    m_state->rejectsSessions = true;
 }
 
 QStringList FakeBluez::takeCalls()

@@ -18,7 +18,9 @@ public:
 
     void plugAdapter(); // "/org/bluez/4711/hci0"
     void pair(const QString &address);
-    // "DefaultAdapter", "FindDevice 00:11:..." since the last time
+    void remove(const QString &address); // and says so, with "DeviceRemoved" of the adapter
+    void rejectSessions();
+    // "DefaultAdapter", "FindDevice 00:11:...", "RequestSession" since the last time
     QStringList takeCalls();
 
     struct State;
