@@ -1,0 +1,252 @@
+#include "platform/geoclueclients.h"
+#include "platform/veskstage.h"
+#include "support/privatebus.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+// Network positioning through a GeoClue that is absent, mute, late, unwilling or dying.
+class TestVeskPositioningTrouble : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void noGeoClue();
+    void noAgent();
+    void anAgentThatComesInTime();
+    void aClientThatAnEarlierRequestAskedFor();
+    void theBusIsNotFilledWithQuestions();
+    void deletedBeforeItsClientCame();
+    void startIsRefused_data();
+    void startIsRefused();
+    void switchedOff_data();
+    void switchedOff();
+    void geoClueLeaves();
+    void geoClueLeavesWithoutAnAnswer();
+    void geoClueLeavesWithALocation();
+    void geoClueHangs();
+    void locationsThatCannotBeRead();
+    void answersThatComeTooLate();
+
+private:
+    static constexpr VeskTimings Hasty{.timeoutUnit = 300ms, .settle = 1h};
+    static int hastyRequest(VeskStage &stage) { return stage.request(vesk::Wlan, VeskStage::Allowed, 1); }
+};
+
+void TestVeskPositioningTrouble::noGeoClue()
+{
+    VeskStage stage;
+    stage.geoclue.vanish();
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.answers.isEmpty());
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+    stage.geoclue.appear();
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::noAgent()
+{
+    VeskStage stage(Hasty);
+    stage.geoclue.agentVanishes();
+    QCOMPARE(hastyRequest(stage), 0);
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+    QCOMPARE(stage.geoclue.waitingForAgent(), 1);
+    stage.geoclue.takeCalls();
+
+    stage.geoclue.agentAppears();
+    QCOMPARE(stage.geoclue.clientCount(), 1);
+    QTRY_COMPARE(stage.geoclue.calls(), QStringList(u"DeleteClient /org/freedesktop/GeoClue2/Client/1"_s));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::anAgentThatComesInTime()
+{
+    VeskStage stage;
+    stage.geoclue.agentVanishes();
+    stage.geoclue.cache(stage.found(20.0));
+    QCOMPARE(stage.request(), 0);
+    QTRY_COMPARE(stage.geoclue.waitingForAgent(), 1);
+    stage.geoclue.agentAppears();
+    QVERIFY(stage.ended(vesk::Success));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::aClientThatAnEarlierRequestAskedFor()
+{
+    VeskStage stage(Hasty);
+    stage.geoclue.agentVanishes();
+    stage.geoclue.cache(stage.found(20.0));
+    QCOMPARE(hastyRequest(stage), 0);
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+    QCOMPARE(stage.request(), 0);
+    QTRY_COMPARE(stage.geoclue.waitingForAgent(), 2);
+    stage.geoclue.agentAppears();
+    QVERIFY(stage.ended(vesk::Success));
+    stage.sync();
+    const QStringList calls = stage.geoclue.takeCalls();
+    QCOMPARE(calls.count(u"Start"_s), 1);
+    QVERIFY(calls.contains(u"DeleteClient /org/freedesktop/GeoClue2/Client/1"_s));
+    QVERIFY(calls.contains(u"DeleteClient /org/freedesktop/GeoClue2/Client/2"_s));
+    QVERIFY(stage.isOver());
+}
+
+// A system bus allows 128 calls without a reply; beyond, it refuses every other call as well.
+void TestVeskPositioningTrouble::theBusIsNotFilledWithQuestions()
+{
+    VeskStage stage({.timeoutUnit = 40ms, .settle = 1h});
+    stage.geoclue.agentVanishes();
+    for (int request = 0; request < GeoClueClients::MostOpenQuestions + 2; ++request) {
+        QCOMPARE(hastyRequest(stage), 0);
+        QVERIFY(stage.ended(vesk::UnknownLocation));
+    }
+    stage.sync();
+    QCOMPARE(stage.geoclue.waitingForAgent(), GeoClueClients::MostOpenQuestions);
+
+    stage.geoclue.cache(stage.found(20.0));
+    QCOMPARE(stage.request(), 0); // served by an earlier question
+    stage.geoclue.agentAppears();
+    QVERIFY(stage.ended(vesk::Success));
+    QTRY_COMPARE(stage.geoclue.clientCount(), 0);
+    stage.geoclue.takeCalls();
+    QCOMPARE(stage.request(), 0); // and the next by one of its own
+    QVERIFY(stage.ended(vesk::Success));
+    QVERIFY(stage.geoclue.takeCalls().contains(u"CreateClient"_s));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::deletedBeforeItsClientCame()
+{
+    VeskStage stage;
+    stage.geoclue.agentVanishes();
+    QCOMPARE(stage.request(), 0);
+    QTRY_COMPARE(stage.geoclue.waitingForAgent(), 1);
+    stage.positioning.reset();
+    stage.geoclue.agentAppears();
+    QTRY_VERIFY(stage.geoclue.calls().contains(u"DeleteClient /org/freedesktop/GeoClue2/Client/1"_s));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::startIsRefused_data()
+{
+    QTest::addColumn<QString>("errorName");
+    QTest::addColumn<int>("error");
+    QTest::newRow("by the user") << u"org.freedesktop.DBus.Error.AccessDenied"_s << -2104;
+    QTest::newRow("for another reason") << u"org.freedesktop.DBus.Error.Failed"_s << -2105;
+}
+
+void TestVeskPositioningTrouble::startIsRefused()
+{
+    QFETCH(QString, errorName);
+    QFETCH(int, error);
+    VeskStage stage;
+    stage.geoclue.refuseStart(errorName);
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.ended(error));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::switchedOff_data()
+{
+    QTest::addColumn<bool>("located");
+    QTest::newRow("before anything was found") << false;
+    QTest::newRow("while better locations are waited for") << true;
+}
+
+void TestVeskPositioningTrouble::switchedOff()
+{
+    QFETCH(bool, located);
+    VeskStage stage;
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.searching());
+    if (located)
+        stage.locate(stage.found(2000.0));
+    QVERIFY(stage.answers.isEmpty());
+    stage.geoclue.switchOff();
+    QVERIFY(stage.ended(vesk::Denied));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::geoClueLeaves()
+{
+    VeskStage stage;
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.searching());
+    stage.sync();
+    stage.geoclue.vanish();
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+
+    stage.geoclue.appear();
+    stage.geoclue.cache(stage.found(20.0));
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.ended(vesk::Success));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::geoClueLeavesWithoutAnAnswer()
+{
+    VeskStage stage;
+    stage.geoclue.agentVanishes();
+    QCOMPARE(stage.request(), 0);
+    QTRY_COMPARE(stage.geoclue.waitingForAgent(), 1);
+    stage.geoclue.vanish();
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+    stage.geoclue.appear();
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::geoClueLeavesWithALocation()
+{
+    VeskStage stage;
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.searching());
+    stage.locate(stage.found(2000.0));
+    stage.geoclue.vanish();
+    QVERIFY(stage.ended(vesk::Success));
+    QCOMPARE(stage.position.horizontalAccuracy(), 2000.0F);
+    stage.geoclue.appear();
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::geoClueHangs()
+{
+    VeskStage stage(Hasty);
+    stage.geoclue.becomeSilent();
+    QCOMPARE(hastyRequest(stage), 0);
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+    QCOMPARE(stage.geoclue.takeCalls(), QStringList(u"CreateClient"_s));
+}
+
+void TestVeskPositioningTrouble::locationsThatCannotBeRead()
+{
+    VeskStage stage;
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.searching());
+    stage.geoclue.announce(u"/"_s);
+    stage.geoclue.announce(u"/org/freedesktop/GeoClue2/Client/1/Location/99"_s);
+    stage.sync();
+    stage.sync();
+    QVERIFY(stage.answers.isEmpty());
+    stage.geoclue.locate(stage.found(20.0));
+    QVERIFY(stage.ended(vesk::Success));
+    QVERIFY(stage.isOver());
+}
+
+void TestVeskPositioningTrouble::answersThatComeTooLate()
+{
+    for (const QString &method : {u"GetAll"_s, u"Start"_s, u"CreateClient"_s}) {
+        VeskStage stage(Hasty);
+        stage.geoclue.answerLate(method);
+        stage.geoclue.cache(stage.found(method == u"GetAll" ? 20.0 : 2000.0));
+        if (method == u"Start")
+            stage.geoclue.refuseStart(u"org.freedesktop.DBus.Error.AccessDenied"_s);
+        QCOMPARE(hastyRequest(stage), 0);
+        QVERIFY2(stage.ended(vesk::UnknownLocation), qPrintable(method));
+        stage.geoclue.releaseAnswers();
+        stage.sync();
+        QVERIFY2(stage.isOver(), qPrintable(method));
+    }
+}
+
+PRIVATE_BUS_TEST_MAIN(TestVeskPositioningTrouble)
+#include "tst_veskpositioning_trouble.moc"
