@@ -23,6 +23,7 @@
 
 class ClientDBusServer;
 class LocationSecureSettings;
+class Scheduler;
 class SignalPipe;
 
 // Owns every component and is the only place where they meet. It holds no rule: it gathers what a
@@ -62,6 +63,7 @@ public slots: // the order is part of the interface
     void onUpdateTimeoutGNSS(quint16 sessionId);
     void onFixStatusUpdate(GypsyComm::FixStatus status);
     void onConnectionStatusUpdate(GypsyComm::ConnectionStatus status);
+    void requestPositionSUPL();
     void onSigUsr1();
     void onClientDisconnected(int id);
     void onOrvDisconnected();
@@ -104,11 +106,16 @@ private:
     void stopSessions(ClientApp &client, quint32 methods);
     void modifySessions(ClientApp &client);
     void endSatelliteSession(ClientApp &client);
+    void endNetworkEnrolment(ClientApp &client);
     void startGNSS(int id, int interval);
     void setGNSSInterval(int id, int interval);
     void stopGNSS(int id);
     ORVComm *engineFor(SatelliteRequest request) const;
     GypsyComm *gypsyFor(SatelliteRequest request) const;
+
+    // network positions
+    bool askEngineForNetworkFix(); // false when there is no engine to ask
+    void handOnEmptyFix();
 
     // fixes
     void deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source);
@@ -126,6 +133,7 @@ private:
     std::unique_ptr<ORVComm> orvComm; // none when the internal GPS is disabled
     std::unique_ptr<GypsyComm> gypsyComm;
     std::unique_ptr<ClientDBusServer> clientServer;
+    std::unique_ptr<Scheduler> scheduler;
     std::unique_ptr<LocationSecureSettings> secureSettings;
     std::unique_ptr<SignalPipe> m_signalPipe;
     ClientRegistry m_registry;
@@ -140,6 +148,7 @@ private:
     QGeoPositionInfo m_latestNetworkFix;
     bool initDone = false;
     bool orvClientsBlocked = false; // while true, no request reaches the engine
+    bool m_suplAwaited = false;     // the engine was asked for a network position and has not answered
     bool assigning = false;
     bool m_planAgain = false; // a setting changed inside a plan
     PlanCache m_planCache;

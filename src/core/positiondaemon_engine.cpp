@@ -39,10 +39,12 @@ void PositionDaemon::onOrvDisconnected()
     m_allowTimer.stop();
     m_registry.forEach([this](ClientApp &client) {
         client.setGnssActive(false); // the engine has forgotten all satellite sessions
-        if (!m_flags.veskInUse)
-            client.setSuplActive(false); // network positions came through the engine too
+        if (!m_flags.veskInUse && client.isSuplActive())
+            endNetworkEnrolment(client); // network positions came through the engine too
     });
     m_reconnectTimer.start(ReconnectDelay);
+    if (m_suplAwaited)
+        handOnEmptyFix(); // nobody else will answer
 }
 
 void PositionDaemon::reconnectOrv()

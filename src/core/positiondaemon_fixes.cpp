@@ -1,15 +1,10 @@
 #include "client/clientapp.h"
+#include "core/busylog.h"
 #include "core/positiondaemon.h"
 
 #include <QDebug>
-#include <QLoggingCategory>
 
 namespace {
-
-const QLoggingCategory &fixLog()
-{
-    return *QLoggingCategory::defaultCategory();
-}
 
 std::optional<FixReceiver> receiver(const ClientApp *client)
 {
@@ -28,20 +23,12 @@ void PositionDaemon::onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &f
         return;
     }
     if (receivesOwnSatelliteFix(*receiver(client), m_flags.satelliteDisabled)) {
-        qCDebug(fixLog, "Sending GNSS fix to ClientId: %d", sessionId);
+        qCDebug(busyLog, "Sending GNSS fix to ClientId: %d", sessionId);
         deliver(*client, fix, FixSource::Satellite);
     }
     if (isNewPosition(fix, m_latestSatelliteFix))
         serveFreeFixClients(fix, FixSource::Satellite);
     m_latestSatelliteFix = fix;
-}
-
-void PositionDaemon::onPositionUpdateSUPL(QGeoPositionInfo &fix)
-{
-    qDebug("PositionDaemon::%s", __func__);
-    nonsatelliteState = networkStateAfter(fix, nonsatelliteState);
-    serveFreeFixClients(fix, FixSource::Network);
-    m_latestNetworkFix = fix;
 }
 
 void PositionDaemon::deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source)
@@ -67,7 +54,7 @@ void PositionDaemon::serveFreeFixClients(QGeoPositionInfo &fix, FixSource source
             if (client->sendPositionUpdate(fix, int(source)) == -1)
                 m_registry.dropFreeFix(id);
             else
-                qCDebug(fixLog, "PositionDaemon::%s: Sending %s fix to free fix client", operation, kind);
+                qCDebug(busyLog, "PositionDaemon::%s: Sending %s fix to free fix client", operation, kind);
             break;
         }
     }

@@ -2,6 +2,7 @@
 #include "client/clientdbusserver.h"
 #include "core/positiondaemon.h"
 #include "core/processsignals.h"
+#include "core/scheduler.h"
 #include "core/signalpipe.h"
 #include "core/singleinstance.h"
 #include "settings/locationsecuresettings.h"
@@ -28,10 +29,13 @@ void logBusError(const QDBusConnection &bus)
 } // namespace
 
 PositionDaemon::PositionDaemon(const DevicePaths &paths, const Clock &clock)
-    : m_signalPipe(std::make_unique<SignalPipe>())
+    : scheduler(std::make_unique<Scheduler>(clock))
+    , m_signalPipe(std::make_unique<SignalPipe>())
     , m_paths(paths)
     , m_clock(clock)
 {
+    connect(scheduler.get(), &Scheduler::reqSUPL, this, &PositionDaemon::requestPositionSUPL);
+
     if (!m_signalPipe->isValid())
         qFatal("Couldn't create USR1 socketpair");
     connect(m_signalPipe.get(), &SignalPipe::raised, this, &PositionDaemon::onSigUsr1);
@@ -135,11 +139,6 @@ void PositionDaemon::initEngineLink()
         engine->setGNSSMode(engineMode(m_flags));
     }
     qDebug("PositionDaemon::init() ORVComm done.");
-}
-
-void PositionDaemon::initNetworkAdapter()
-{
-    // The network adapter is connected here.
 }
 
 bool PositionDaemon::initClientService()

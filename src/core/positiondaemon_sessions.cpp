@@ -1,19 +1,13 @@
 #include "client/clientapp.h"
+#include "core/busylog.h"
 #include "core/positiondaemon.h"
+#include "core/scheduler.h"
 
 #include <QDebug>
-#include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// The default category by name: its lines are not even formatted when nobody wants debug lines,
-// and a plan writes three lines for each client.
-const QLoggingCategory &planLog()
-{
-    return *QLoggingCategory::defaultCategory();
-}
 
 ServiceState serviceState(const ClientApp &client)
 {
@@ -26,7 +20,7 @@ ServiceState serviceState(const ClientApp &client)
 
 void logSessions(const char *operation, const ClientApp &client, quint32 methods)
 {
-    qCDebug(planLog, "%s: client: id=%d, stopped=%d, methods=0x%x, actGNSS=%d, actSUPL=%d", operation,
+    qCDebug(busyLog, "%s: client: id=%d, stopped=%d, methods=0x%x, actGNSS=%d, actSUPL=%d", operation,
             client.id(), client.isStopped(), methods, client.isGnssActive(), client.isSuplActive());
 }
 
@@ -74,7 +68,7 @@ quint32 PositionDaemon::effectiveMethods(quint32 requested)
 {
     const MethodChoice choice = selectMethods(currentInputs(), requested);
     if (choice.positioningOff)
-        qCDebug(planLog, "Positioning has been disabled. No available method.");
+        qCDebug(busyLog, "Positioning has been disabled. No available method.");
     if (!choice.needsExternalReceiver)
         return choice.methods;
     return withExternalReceiver(choice.methods, isExternalReceiverKnown());
@@ -99,7 +93,7 @@ void PositionDaemon::startSessions(ClientApp &client, quint32 methods)
         client.sendPositionUpdate(nowhere, int(FixSource::Other));
     }
     if (plan.nothingAvailable)
-        qCDebug(planLog, "Could not find any available location methods");
+        qCDebug(busyLog, "Could not find any available location methods");
     if (plan.gnss) {
         client.setGnssActive(true);
         startGNSS(client.id(), client.interval());
@@ -107,6 +101,7 @@ void PositionDaemon::startSessions(ClientApp &client, quint32 methods)
     if (plan.supl) {
         client.setSuplActive(true);
         client.resetLastNetworkFix();
+        scheduler->addClient(client.id(), client.interval());
         nonsatelliteState = NetworkState::Running;
     }
 }
@@ -118,7 +113,7 @@ void PositionDaemon::stopSessions(ClientApp &client, quint32 methods)
     if (plan.gnss)
         endSatelliteSession(client);
     if (plan.supl)
-        client.setSuplActive(false);
+        endNetworkEnrolment(client);
     if (plan.networkCleared)
         nonsatelliteState = NetworkState::None;
 }
@@ -129,14 +124,22 @@ void PositionDaemon::endSatelliteSession(ClientApp &client)
     stopGNSS(client.id());
 }
 
+void PositionDaemon::endNetworkEnrolment(ClientApp &client)
+{
+    client.setSuplActive(false);
+    scheduler->removeClient(client.id());
+}
+
 void PositionDaemon::modifySessions(ClientApp &client)
 {
-    qCDebug(planLog, "%s: client: id=%d, modified=%d, interval=%d, actGNSS=%d, actSUPL=%d", __func__,
+    qCDebug(busyLog, "%s: client: id=%d, modified=%d, interval=%d, actGNSS=%d, actSUPL=%d", __func__,
             client.id(), client.isModified(), client.interval(), client.isGnssActive(),
             client.isSuplActive());
     const ModifyPlan plan = planModify(serviceState(client));
     if (plan.gnss)
         setGNSSInterval(client.id(), client.interval());
+    if (plan.supl)
+        scheduler->setClientInterval(client.id(), client.interval());
 }
 
 // The link that carries a satellite request, if it is the engine that does.

@@ -34,6 +34,7 @@ public:
     // Connects to the engine that is chosen at this moment; again after connectionLost(). -1 when the
     // real engine cannot be reached. An unreachable test engine ends the process.
     int init();
+    [[nodiscard]] bool isConnected() const;
 
     // Requests. They always return 0: a lost engine shows as connectionLost() and updateTimeoutGNSS().
     // Intervals in s; one that the protocol cannot hold (0 to 65535) becomes the nearest that it can.

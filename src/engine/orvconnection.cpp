@@ -33,6 +33,11 @@ int ORVComm::init()
     return 0;
 }
 
+bool ORVComm::isConnected() const
+{
+    return client->isConnected();
+}
+
 // Returns connected, or not at all. Blocks for up to 4.2 s, which only a development set-up sees.
 void ORVComm::connectToTestEngine()
 {

@@ -131,6 +131,8 @@ private:
         }
         if (const auto *wiped = std::get_if<DeleteAssistance>(&*request))
             return QStringLiteral("delete %1").arg(wiped->mask, 8, 16, QLatin1Char('0'));
+        if (const auto *position = std::get_if<SuplRequest>(&*request))
+            return QStringLiteral("locate %1 %2").arg(position->requestId).arg(position->parameter);
         if (const auto *servers = std::get_if<SuplServers>(&*request))
             return QStringLiteral("supl %1 %2")
                 .arg(servers->primary.usage)

@@ -166,9 +166,17 @@ def test_a_lent_speed_stays_with_the_fix(road):
 
 # ---- network answers
 
+def free_network_client(road):
+    """A client that waits for no position of its own and gets every network answer."""
+    client = road.stage.client()
+    client.register()
+    client.configure(app.SET_METHOD | app.SET_INTERVAL, app.NON_SATELLITE, 666000)
+    return client
+
+
 def test_network_answers_without_a_place(road):
     """A velocity makes an answer as well; without either it is empty, even of its time."""
-    free = road.client(app.NON_SATELLITE, 666000)
+    free = free_network_client(road)
     road.engine.send(wire.supl_response(0, LIST), wire.supl_response(0, wire.velocity(speed=150)),
                      wire.supl_response(7, wire.position(1, 2)))
     road.settle(free)
@@ -181,7 +189,7 @@ def test_network_answers_without_a_place(road):
 @pytest.mark.parametrize("status, warning", [(1, ["ORVComm::handleSUPLResponse: SUPL connection error"]),
                                              (2, ["ORVComm::handleSUPLResponse: SUPL timeout"]), (3, [])])
 def test_network_answers_that_failed(road, status, warning):
-    free = road.client(app.NON_SATELLITE, 666000)
+    free = free_network_client(road)
     road.engine.send(wire.supl_response(status, wire.position(1, 2)))
     assert not free.wait_for_fix().has_time
     road.settle()

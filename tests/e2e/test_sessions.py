@@ -248,8 +248,9 @@ def test_a_new_interval_counts_from_the_next_fix_on(stage):
 
 def test_a_client_of_two_methods_is_told_when_both_have_failed(stage):
     """An invalid fix of one method is held back while the other may still deliver."""
+    files.marker("use_supl")
     road = Road(stage, faketime="+0 x60")
-    client = road.satellite_client(interval=666000, methods=app.ALL)
+    client = road.satellite_client(interval=60000, methods=app.ALL)
     lone = road.satellite_client()
     lone.wait_for_fix(lambda fix: not fix.valid)  # its watchdog ran out, and so did the other's before
     road.settle(client)
@@ -262,8 +263,9 @@ def test_a_client_of_two_methods_is_told_when_both_have_failed(stage):
 
 
 def test_satellites_failing_after_the_network_tell_the_client_too(stage):
+    files.marker("use_supl")
     road = Road(stage, faketime="+0 x60")
-    client = road.satellite_client(interval=666000, methods=app.ALL)
+    client = road.satellite_client(interval=60000, methods=app.ALL)
     road.engine.send(wire.supl_response(1))
     assert not client.wait_for_fix().has_time
     assert road.lines("ClientApp::sendPositionUpdate: clientId=6000") == [
