@@ -27,6 +27,12 @@ def ready_engine(stage):
 
 
 @pytest.fixture
+def display(stage):
+    """A screen and a keyboard."""
+    return stage.display()
+
+
+@pytest.fixture
 def road(stage):
     """A daemon with the user's consent and an engine that is ready."""
     return Road(stage)

@@ -63,28 +63,32 @@ def flush_loop():
 
 
 class Bus:
-    """A dbus-daemon of its own. `deny_own` lists names that nobody may take."""
+    """A dbus-daemon of its own. `deny_own` lists names that nobody may take; `services` maps names to
+    the programs that it starts for them, with `environment` beside its own."""
 
-    def __init__(self, kind, deny_own=()):
+    def __init__(self, kind, deny_own=(), services=None, environment=None):
         self.kind = kind
         start_loop()
         self._directory = f"{os.environ['XDG_RUNTIME_DIR']}/{kind}-{next(_numbers)}"
-        services = f"{self._directory}/services"
-        os.makedirs(services, mode=0o700)
+        folder = f"{self._directory}/services"
+        os.makedirs(folder, mode=0o700)
+        for name, program in (services or {}).items():
+            with open(f"{folder}/{name}.service", "w", encoding="utf-8") as file:
+                file.write(f"[D-BUS Service]\nName={name}\nExec='{program}'\n")
         if kind == "session":
             for name in ACTIVATABLE:
                 if os.path.exists(f"{SESSION_SERVICES}/{name}"):
-                    os.symlink(f"{SESSION_SERVICES}/{name}", f"{services}/{name}")
+                    os.symlink(f"{SESSION_SERVICES}/{name}", f"{folder}/{name}")
         denials = "\n".join(f"    <deny own={xml.sax.saxutils.quoteattr(name)}/>" for name in deny_own)
         config = f"{self._directory}/bus.conf"
         with open(config, "w", encoding="utf-8") as file:
-            file.write(_CONFIG.format(type=kind, socket=f"{self._directory}/socket", services=services,
+            file.write(_CONFIG.format(type=kind, socket=f"{self._directory}/socket", services=folder,
                                       denials=denials))
         self._connections = []
         self._process = subprocess.Popen(
             ["/usr/bin/dbus-daemon", f"--config-file={config}", "--nofork", "--nopidfile", "--print-address=1"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, start_new_session=True,
-            env={**os.environ, "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self._directory}/socket"})
+            env={**os.environ, **(environment or {}), "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self._directory}/socket"})
         self.address = self._process.stdout.readline().strip()
         assert self.address, f"the {kind} bus does not start"
         self._own = self.connect()  # for the test's own questions

@@ -4,6 +4,8 @@ from harness import files
 from harness.buses import Bus, BusMonitor
 from harness.client import Client
 from harness.daemon import Daemon
+from harness.dialogs import Dialogs
+from harness.display import Display
 from harness.engine import ScriptedEngine
 from harness.settings import Settings
 
@@ -72,6 +74,15 @@ class Stage:
         """Waits until the daemon answers, for daemons that log nothing: initialised, in its event loop."""
         self.session.wait_owner("com.varn.lodestard.settings")
         Settings(self.session).get("Positioning")
+
+    def display(self):
+        display = Display()
+        return self.keep(display, display.stop)
+
+    def dialogs(self, display, *arguments, **options):
+        """Starts lodestar-dialogs on the session bus and does not wait."""
+        dialogs = Dialogs(self.session, display, *arguments, **options)
+        return self.keep(dialogs, dialogs.stop)
 
     def client(self, **options):
         return Client(self.session, **options)
