@@ -1,15 +1,10 @@
 #pragma once
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusVirtualObject>
-#include <QMutex>
-#include <QThread>
+#include "support/buspeer.h"
 
-#include <memory>
+#include <atomic>
 
-// An application on a connection and a thread of its own, so that it can answer while the daemon
-// side blocks. Every call that reaches its object is kept and answered as it was told to.
+// An application on the bus. Every call that reaches its object is kept and answered as it was told to.
 class FakeClient
 {
 public:
@@ -19,28 +14,21 @@ public:
 
     // With an empty name the unique name is its only one.
     explicit FakeClient(const QString &name = {});
-    ~FakeClient();
-    FakeClient(const FakeClient &) = delete;
-    FakeClient &operator=(const FakeClient &) = delete;
 
     QString service() const { return m_service; }
     QString path() const;
-    void setAnswer(Answer answer);
+    void setAnswer(Answer answer) { m_answer = answer; }
     // The calls so far, in order; they are forgotten.
-    QList<QDBusMessage> takeCalls();
-    qsizetype callCount();
-    bool wasIntrospected();
+    QList<QDBusMessage> takeCalls() { return m_peer.takeCalls(); }
+    qsizetype callCount() { return m_peer.callCount(); }
+    bool wasIntrospected() const { return m_peer.wasIntrospected(); }
     void ownName(const QString &name);
-    void leave();
+    void leave() { m_peer.leave(); }
 
 private:
-    class Object;
+    bool answer(const QDBusMessage &call, const QDBusConnection &connection) const;
 
-    template <typename Work>
-    void run(Work work);
-
-    QString m_connectionName;
+    std::atomic<Answer> m_answer = Answer::Empty;
+    BusPeer m_peer; // last: its thread uses the others
     QString m_service;
-    QThread m_thread;
-    std::unique_ptr<Object> m_object;
 };
