@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/clientdbusserverif.h"
+#include "client/locationui.h"
 #include "core/clientregistry.h"
 #include "core/fixdistribution.h"
 #include "core/methodselection.h"
@@ -64,6 +65,7 @@ public slots: // the order is part of the interface
     void onFixStatusUpdate(GypsyComm::FixStatus status);
     void onConnectionStatusUpdate(GypsyComm::ConnectionStatus status);
     void requestPositionSUPL();
+    void privacyDialogFinished(LocationUI::DialogReply result);
     void onSigUsr1();
     void onClientDisconnected(int id);
     void onOrvDisconnected();
@@ -78,6 +80,7 @@ private:
     void initSettings();
     bool initSettingsService();
     void initEngineLink();
+    void connectDialogs(ORVComm &engine);
     void initNetworkAdapter();
     void initGypsy();
     bool initClientService();
@@ -135,6 +138,7 @@ private:
     std::unique_ptr<ClientDBusServer> clientServer;
     std::unique_ptr<Scheduler> scheduler;
     std::unique_ptr<LocationSecureSettings> secureSettings;
+    std::unique_ptr<LocationUI> locationUI;
     std::unique_ptr<SignalPipe> m_signalPipe;
     ClientRegistry m_registry;
     SettingFlags m_flags;

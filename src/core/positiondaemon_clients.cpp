@@ -57,6 +57,7 @@ int PositionDaemon::configRequest(int id, int command, int method, int interval)
 {
     if (waitsForConsent(command, m_flags.disclaimerAccepted)) {
         m_registry.park({id, command, method, interval});
+        locationUI->privacyDialog();
         return 0;
     }
     ClientApp *client = m_registry.find(id);

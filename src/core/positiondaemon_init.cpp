@@ -30,12 +30,13 @@ void logBusError(const QDBusConnection &bus)
 
 PositionDaemon::PositionDaemon(const DevicePaths &paths, const Clock &clock)
     : scheduler(std::make_unique<Scheduler>(clock))
+    , locationUI(std::make_unique<LocationUI>())
     , m_signalPipe(std::make_unique<SignalPipe>())
     , m_paths(paths)
     , m_clock(clock)
 {
     connect(scheduler.get(), &Scheduler::reqSUPL, this, &PositionDaemon::requestPositionSUPL);
-
+    connect(locationUI.get(), &LocationUI::privacyDialogResult, this, &PositionDaemon::privacyDialogFinished);
     if (!m_signalPipe->isValid())
         qFatal("Couldn't create USR1 socketpair");
     connect(m_signalPipe.get(), &SignalPipe::raised, this, &PositionDaemon::onSigUsr1);
@@ -135,6 +136,7 @@ void PositionDaemon::initEngineLink()
         connect(engine, &ORVComm::satellitesInUse, this, &PositionDaemon::onSatellitesInUse);
         connect(engine, &ORVComm::GNSSStateUpdated, this, &PositionDaemon::onGNSSStateUpdated);
         connect(engine, &ORVComm::updateTimeoutGNSS, this, &PositionDaemon::onUpdateTimeoutGNSS);
+        connectDialogs(*engine);
         connect(engine, &ORVComm::connectionLost, this, &PositionDaemon::onOrvDisconnected);
         engine->setGNSSMode(engineMode(m_flags));
     }

@@ -229,7 +229,8 @@ def test_no_session_bus_is_fatal(stage):
     stage.use_session().stop()
     daemon = stage.launch("-v")
     assert daemon.wait_exit() == 1
-    assert daemon.messages()[0] == "PositionDaemon::init()"
+    assert daemon.messages("Critical") == ["Cannot connect to the D-Bus session bus."]  # the dialogs' side of it
+    assert daemon.messages()[1] == "PositionDaemon::init()"
     assert daemon.messages("Fatal") == ["lodestard: Cannot connect to the D-BUS session bus."]
     assert LINE.match(daemon.lines()[-1])[2] == "Fatal"
     assert daemon.errors() == []
