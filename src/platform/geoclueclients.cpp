@@ -45,7 +45,7 @@ void GeoClueClients::request()
                 const QDBusPendingReply<QDBusObjectPath> reply = *finished;
                 if (reply.isError()) {
                     if (self)
-                        self->onFailed(question, reply.error().name());
+                        self->onFailed(question, reply.error());
                     return;
                 }
                 const GeoClueClient client{reply.reply().service(), reply.value().path()};
@@ -79,11 +79,11 @@ void GeoClueClients::onCreated(const GeoClueClient &client)
     emit created(client);
 }
 
-void GeoClueClients::onFailed(quint64 question, const QString &errorName)
+void GeoClueClients::onFailed(quint64 question, const QDBusError &error)
 {
     --m_openQuestions;
     if (!m_waiting || (question != m_ownQuestion && m_openQuestions > 0))
         return;
     m_waiting = false;
-    emit failed(errorName);
+    emit failed(error);
 }

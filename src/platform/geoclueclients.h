@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusError>
 #include <QObject>
 #include <QString>
 
@@ -30,11 +31,11 @@ public:
 
 signals:
     void created(const GeoClueClient &client);
-    void failed(const QString &errorName);
+    void failed(const QDBusError &error);
 
 private:
     void onCreated(const GeoClueClient &client);
-    void onFailed(quint64 question, const QString &errorName);
+    void onFailed(quint64 question, const QDBusError &error);
 
     QDBusConnection m_bus;
     quint64 m_questions = 0;   // asked so far

@@ -58,8 +58,7 @@ GeoClueRequest::GeoClueRequest(const QDBusConnection &bus, GeoClueClients &clien
         connect(timer, &QTimer::timeout, this, &GeoClueRequest::finishWithBest);
     }
     connect(&m_clients, &GeoClueClients::created, this, &GeoClueRequest::onClientCreated);
-    connect(&m_clients, &GeoClueClients::failed, this,
-            [this](const QString &errorName) { finish(vesk::codeOf(errorName)); });
+    connect(&m_clients, &GeoClueClients::failed, this, &GeoClueRequest::fail);
 }
 
 GeoClueRequest::~GeoClueRequest()
@@ -121,7 +120,7 @@ void GeoClueRequest::expectSuccess(const QDBusPendingCall &call)
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher *finished) {
         finished->deleteLater();
         if (finished->isError())
-            finish(vesk::codeOf(finished->error().name()));
+            fail(finished->error());
     });
 }
 
@@ -167,6 +166,13 @@ void GeoClueRequest::onPropertiesChanged(const QString &interface, const QVarian
 void GeoClueRequest::finishWithBest()
 {
     finish(vesk::UnknownLocation);
+}
+
+void GeoClueRequest::fail(const QDBusError &error)
+{
+    if (!m_finished)
+        qDebug("GeoClueRequest: %s: %s", qUtf8Printable(error.name()), qUtf8Printable(error.message()));
+    finish(vesk::codeOf(error.name()));
 }
 
 // What was found counts for more than how the search ended, except when it was forbidden.

@@ -45,6 +45,7 @@ private:
     void onClientCreated(const GeoClueClient &client);
     void onLocation(const NetworkLocation &location);
     void finishWithBest();
+    void fail(const QDBusError &error);
     void finish(int error);
     void finish(int error, const VeskPosition &position);
     void leaveGeoClue();

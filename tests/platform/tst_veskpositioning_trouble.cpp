@@ -1,8 +1,11 @@
 #include "platform/geoclueclients.h"
 #include "platform/veskstage.h"
+#include "support/logcapture.h"
 #include "support/privatebus.h"
 
+#include <QEventLoop>
 #include <QTest>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -17,6 +20,8 @@ private slots:
     void anAgentThatComesInTime();
     void aClientThatAnEarlierRequestAskedFor();
     void theBusIsNotFilledWithQuestions();
+    void questionsEndWithGeoClue();
+    void manyRequestsLeaveNoTrace();
     void deletedBeforeItsClientCame();
     void startIsRefused_data();
     void startIsRefused();
@@ -51,7 +56,7 @@ void TestVeskPositioningTrouble::noAgent()
     stage.geoclue.agentVanishes();
     QCOMPARE(hastyRequest(stage), 0);
     QVERIFY(stage.ended(vesk::UnknownLocation));
-    QCOMPARE(stage.geoclue.waitingForAgent(), 1);
+    QTRY_COMPARE(stage.geoclue.waitingForAgent(), 1);
     stage.geoclue.takeCalls();
 
     stage.geoclue.agentAppears();
@@ -115,6 +120,60 @@ void TestVeskPositioningTrouble::theBusIsNotFilledWithQuestions()
     QVERIFY(stage.isOver());
 }
 
+void TestVeskPositioningTrouble::questionsEndWithGeoClue()
+{
+    VeskStage stage({.timeoutUnit = 40ms, .settle = 1h});
+    stage.geoclue.agentVanishes();
+    for (int request = 0; request < GeoClueClients::MostOpenQuestions; ++request) {
+        QCOMPARE(hastyRequest(stage), 0);
+        QVERIFY(stage.ended(vesk::UnknownLocation));
+    }
+    QCOMPARE(stage.request(), 0); // asks no more, but learns that nobody will answer
+    stage.geoclue.vanish();
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+
+    stage.geoclue.appear();
+    stage.geoclue.agentAppears();
+    stage.geoclue.cache(stage.found(20.0));
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.ended(vesk::Success));
+    QVERIFY(stage.isOver());
+}
+
+// The bus allows 512 match rules and 128 calls without a reply. A rule beyond is not kept, and the one
+// that tells of a GeoClue that leaves would be missed.
+void TestVeskPositioningTrouble::manyRequestsLeaveNoTrace()
+{
+    VeskStage stage;
+    stage.geoclue.cache(stage.found(20.0));
+    QEventLoop loop;
+    std::function<void()> askAgain = [&] {
+        if (stage.answers.size() == 300 || stage.answers.last().first != vesk::Success) {
+            loop.quit();
+            return;
+        }
+        stage.reaction = askAgain;
+        QCOMPARE(stage.request(), 0);
+    };
+    stage.reaction = askAgain;
+    QCOMPARE(stage.request(), 0);
+    QTimer::singleShot(VeskStage::Deadline, &loop, &QEventLoop::quit);
+    loop.exec();
+    QCOMPARE(stage.takeAnswers().count({vesk::Success, vesk::CurrentPosition}), 300);
+    QVERIFY(stage.isOver());
+
+    stage.geoclue.vanish();
+    stage.geoclue.appear();
+    stage.geoclue.cache(stage.found(20.0, 3600));
+    QCOMPARE(stage.request(), 0);
+    QVERIFY(stage.searching());
+    stage.sync();
+    stage.geoclue.vanish();
+    QVERIFY(stage.ended(vesk::UnknownLocation));
+    stage.geoclue.appear();
+    QVERIFY(stage.isOver());
+}
+
 void TestVeskPositioningTrouble::deletedBeforeItsClientCame()
 {
     VeskStage stage;
@@ -140,9 +199,11 @@ void TestVeskPositioningTrouble::startIsRefused()
     QFETCH(QString, errorName);
     QFETCH(int, error);
     VeskStage stage;
+    const LogCapture log;
     stage.geoclue.refuseStart(errorName);
     QCOMPARE(stage.request(), 0);
     QVERIFY(stage.ended(error));
+    QCOMPARE(log.lines(), QStringList(u"debug: GeoClueRequest: "_s + errorName + u": Access denied"_s));
     QVERIFY(stage.isOver());
 }
 

@@ -34,8 +34,8 @@ public:
     void veskRequestFinished(int error, int requestType) override
     {
         answers.append({error, requestType});
-        if (reaction)
-            std::exchange(reaction, nullptr)();
+        if (const auto now = std::exchange(reaction, nullptr))
+            now();
     }
 
     int request(unsigned mask = vesk::Wlan | vesk::Cellular, VeskPacketDataUsage usage = Allowed,
