@@ -18,8 +18,9 @@ class Peer:
         self.bus.own(self.connection, self.name)
 
     def export(self, path, xml):
-        for interface in Gio.DBusNodeInfo.new_for_xml(f"<node>{xml}</node>").interfaces:
-            self.connection.register_object(path, interface, self._called, None, None)
+        """Answers for the interfaces of the description at this path; returns their registrations."""
+        return [self.connection.register_object(path, interface, self._called, None, None)
+                for interface in Gio.DBusNodeInfo.new_for_xml(f"<node>{xml}</node>").interfaces]
 
     def _called(self, _connection, _sender, path, interface, method, parameters, invocation):
         arguments = parameters.unpack()
@@ -77,8 +78,10 @@ class FakeBluez(Peer):
         else:
             invocation.return_value(None)
 
-    def remove_device(self, address):
-        self.devices.discard(address.upper())
+    def remove_device(self, address, forget=True):
+        """Announces it; `forget=False` for a device that is known again when somebody asks."""
+        if forget:
+            self.devices.discard(address.upper())
         self.emit(self.adapter, self.ADAPTER_INTERFACE, "DeviceRemoved",
                   GLib.Variant("(o)", (self.device_path(address),)))
 
