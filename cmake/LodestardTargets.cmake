@@ -96,12 +96,18 @@ function(lodestard_add_test name)
         ENVIRONMENT "LSAN_OPTIONS=suppressions='${PROJECT_SOURCE_DIR}/tests/support/harness/lsan.supp':print_suppressions=0")
 endfunction()
 
-# lodestard_add_e2e_test(<name> FILE <test_x.py> [TIMEOUT <seconds>] [BIND <path>...])
-# End-to-end tests of one file: the daemon just built, in one sandbox. BIND shows more of the host.
+# lodestard_add_e2e_test(<name> FILE <test_x.py> [TIMEOUT <seconds>] [BIND <path>...]
+#                        [DAEMON <target> STATUS_KEYS <store>])
+# End-to-end tests of one file: the daemon just built, in one sandbox. BIND shows more of the host;
+# DAEMON is another target than lodestard, which keeps its status keys in another store.
 function(lodestard_add_e2e_test name)
-    cmake_parse_arguments(ARG "" "FILE;TIMEOUT" "BIND" ${ARGN})
+    cmake_parse_arguments(ARG "" "FILE;TIMEOUT;DAEMON;STATUS_KEYS" "BIND" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 180)
+    endif()
+    if(NOT ARG_DAEMON)
+        set(ARG_DAEMON lodestard)
+        set(ARG_STATUS_KEYS ${LODESTARD_STATUS_KEYS})
     endif()
     set(binds)
     foreach(path ${ARG_BIND})
@@ -112,5 +118,5 @@ function(lodestard_add_e2e_test name)
         COMMAND ${LODESTARD_PYTHON} ${PROJECT_SOURCE_DIR}/tests/support/run_e2e.py
                 --build ${PROJECT_BINARY_DIR} ${binds} ${ARG_FILE})
     set_tests_properties(${name} PROPERTIES LABELS e2e TIMEOUT ${ARG_TIMEOUT}
-        ENVIRONMENT "LODESTARD_BINARY=$<TARGET_FILE:lodestard>")
+        ENVIRONMENT "LODESTARD_BINARY=$<TARGET_FILE:${ARG_DAEMON}>;LODESTARD_STATUS_KEYS=${ARG_STATUS_KEYS}")
 endfunction()

@@ -2,6 +2,9 @@
 
 #include "core/methodselection.h"
 
+#include <cmath>
+#include <limits>
+
 bool receivesOwnSatelliteFix(const FixReceiver &client, bool satelliteDisabled)
 {
     return !client.stopped && !satelliteDisabled;
@@ -31,4 +34,14 @@ NetworkState networkStateAfter(const QGeoPositionInfo &fix, NetworkState before)
 const QGeoPositionInfo &newerFix(const QGeoPositionInfo &satellite, const QGeoPositionInfo &network)
 {
     return network.timestamp() < satellite.timestamp() ? satellite : network;
+}
+
+std::optional<int> wholeVariation(const QGeoPositionInfo &fix)
+{
+    if (!fix.hasAttribute(QGeoPositionInfo::MagneticVariation))
+        return std::nullopt;
+    const double degrees = fix.attribute(QGeoPositionInfo::MagneticVariation) + 0.5;
+    if (!(std::abs(degrees) <= std::numeric_limits<int>::max())) // not a number, or none that fits
+        return std::nullopt;
+    return int(degrees);
 }

@@ -23,6 +23,7 @@
 #include <optional>
 
 class ClientDBusServer;
+class LocationGConfSettings;
 class LocationSecureSettings;
 class Scheduler;
 class SignalPipe;
@@ -138,6 +139,7 @@ private:
     std::unique_ptr<ClientDBusServer> clientServer;
     std::unique_ptr<Scheduler> scheduler;
     std::unique_ptr<LocationSecureSettings> secureSettings;
+    std::unique_ptr<LocationGConfSettings> gconfSettings;
     std::unique_ptr<LocationUI> locationUI;
     std::unique_ptr<SignalPipe> m_signalPipe;
     ClientRegistry m_registry;

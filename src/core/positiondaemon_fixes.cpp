@@ -1,6 +1,7 @@
 #include "client/clientapp.h"
 #include "core/busylog.h"
 #include "core/positiondaemon.h"
+#include "settings/locationgconfsettings.h"
 
 #include <QDebug>
 
@@ -17,6 +18,9 @@ std::optional<FixReceiver> receiver(const ClientApp *client)
 
 void PositionDaemon::onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &fix)
 {
+    // The store is written to only when the number is another one: there are thousands of fixes.
+    if (const auto variation = wholeVariation(fix))
+        gconfSettings->set(LocationGConfSettings::KeyMagneticVariation, *variation);
     ClientApp *client = m_registry.findSession(sessionId);
     if (!client) {
         qCritical("PositionDaemon::onPositionUpdateGNSS: Invalid GNSS session id from ORV.");

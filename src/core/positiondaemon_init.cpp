@@ -5,6 +5,7 @@
 #include "core/scheduler.h"
 #include "core/signalpipe.h"
 #include "core/singleinstance.h"
+#include "settings/locationgconfsettings.h"
 #include "settings/locationsecuresettings.h"
 
 #include <QDBusConnection>
@@ -84,7 +85,8 @@ void PositionDaemon::checkSingleInstance()
 
 void PositionDaemon::initStatusKeys()
 {
-    // The status keys are loaded here.
+    gconfSettings = std::make_unique<LocationGConfSettings>(this);
+    gconfSettings->setDefaults(); // a store that takes nothing stops nobody
 }
 
 void PositionDaemon::initSettings()

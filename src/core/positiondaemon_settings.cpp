@@ -1,5 +1,6 @@
 #include "client/clientapp.h"
 #include "core/positiondaemon.h"
+#include "settings/locationgconfsettings.h"
 #include "settings/locationsecuresettings.h"
 
 #include <QDebug>
@@ -47,8 +48,11 @@ void PositionDaemon::updateMethodAvailability()
 {
     const Availability offered = methodAvailability(methodInputs(m_flags));
     m_flags.networkDisabled = offered.networkDisabled;
+    gconfSettings->set(LocationGConfSettings::KeySatellitePositioning, offered.satellite);
     qDebug("Settings: Satellite positioning [%s]", offered.satellite ? " ON" : "OFF");
+    gconfSettings->set(LocationGConfSettings::KeyNetworkPositioning, offered.network);
     qDebug("Settings: Network positioning [%s]", offered.network ? " ON" : "OFF");
+    gconfSettings->set(LocationGConfSettings::KeyVesk, offered.vesk);
 
     const quint32 announced = availableMethods;
     availableMethods = offered.methods;

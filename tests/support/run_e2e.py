@@ -6,8 +6,8 @@
     tests/support/run_e2e.py tests/e2e/test_startup.py -k usage
     tests/support/run_e2e.py --build build/asan tests/e2e/test_process.py -x
 
-LODESTARD_BINARY names another daemon than DIR/src/daemon/lodestard. LODESTARD_DEADLINE is the
-longest wait in seconds for what must happen.
+LODESTARD_BINARY names another daemon than DIR/src/daemon/lodestard, LODESTARD_STATUS_KEYS where that
+one keeps the status keys. LODESTARD_DEADLINE is the longest wait in seconds for what must happen.
 """
 
 import argparse
@@ -18,7 +18,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from sandbox import CHECKOUT, PYTHON, Sandbox, SandboxError  # noqa: E402
 
-PASSED_ON = ("LODESTARD_BINARY", "LODESTARD_DEADLINE")
+PASSED_ON = ("LODESTARD_BINARY", "LODESTARD_STATUS_KEYS", "LODESTARD_DEADLINE")
 
 
 def find_binary(build):
@@ -28,11 +28,11 @@ def find_binary(build):
     sys.exit(f"run_e2e: no lodestard below {build}: build it first")
 
 
-def supl_server(build):
-    """The host name that the build was configured with."""
+def configured(build, option):
+    """What the build was configured with."""
     cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
     return next(line.split("=", 1)[1] for line in cache.splitlines()
-                if line.startswith("LODESTARD_DEFAULT_SUPL_SERVER:"))
+                if line.startswith(f"{option}:"))
 
 
 def main():
@@ -43,7 +43,9 @@ def main():
     build = options.build.resolve()
     environment = {name: os.environ[name] for name in PASSED_ON if name in os.environ}
     environment.setdefault("LODESTARD_BINARY", str(find_binary(build)))
-    environment.update(LODESTARD_BUILD=str(build), LODESTARD_SUPL_SERVER=supl_server(build),
+    environment.setdefault("LODESTARD_STATUS_KEYS", configured(build, "LODESTARD_STATUS_KEYS"))
+    environment.update(LODESTARD_BUILD=str(build),
+                       LODESTARD_SUPL_SERVER=configured(build, "LODESTARD_DEFAULT_SUPL_SERVER"),
                        LODESTARD_SHIM=str(build / "tests/support/failing-calls.so"), PYTHONPATH=f"{CHECKOUT}/tests/support")
     arguments = [os.path.abspath(a) if not a.startswith("-") and os.path.exists(a.split("::")[0]) else a for a in rest]
     binds = [build, os.path.dirname(environment["LODESTARD_BINARY"]), *options.bind_ro]

@@ -16,7 +16,7 @@ _loop = None
 
 SESSION_SERVICES = "/usr/share/dbus-1/services"
 # Helpers of a desktop that a test may need for real; everything else must be played by the test.
-ACTIVATABLE = ("ca.desrt.dconf.service",)
+ACTIVATABLE = ("ca.desrt.dconf.service", "org.gnome.GConf.service")
 
 _CONFIG = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -64,9 +64,10 @@ def flush_loop():
 
 class Bus:
     """A dbus-daemon of its own. `deny_own` lists names that nobody may take; `services` maps names to
-    the programs that it starts for them, with `environment` beside its own."""
+    the programs that it starts for them, with `environment` beside its own; `activatable` are the
+    service files of this machine that a session bus has too."""
 
-    def __init__(self, kind, deny_own=(), services=None, environment=None):
+    def __init__(self, kind, deny_own=(), services=None, environment=None, activatable=ACTIVATABLE):
         self.kind = kind
         start_loop()
         self._directory = f"{os.environ['XDG_RUNTIME_DIR']}/{kind}-{next(_numbers)}"
@@ -76,7 +77,7 @@ class Bus:
             with open(f"{folder}/{name}.service", "w", encoding="utf-8") as file:
                 file.write(f"[D-BUS Service]\nName={name}\nExec='{program}'\n")
         if kind == "session":
-            for name in ACTIVATABLE:
+            for name in activatable:
                 if os.path.exists(f"{SESSION_SERVICES}/{name}"):
                     os.symlink(f"{SESSION_SERVICES}/{name}", f"{folder}/{name}")
         denials = "\n".join(f"    <deny own={xml.sax.saxutils.quoteattr(name)}/>" for name in deny_own)

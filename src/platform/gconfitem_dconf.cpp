@@ -1,0 +1,190 @@
+#include "platform/deadlineworker.h"
+#include "platform/gconfitem.h"
+
+#include <QByteArray>
+
+#undef signals // a member's name in GLib's headers
+#include <dconf.h>
+#include <gio/gio.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto LongestWrite = 2000ms; // what a service that hangs may cost the event loop, once
+
+using Value = std::shared_ptr<GVariant>; // null: unset
+
+Value own(GVariant *value)
+{
+    return value ? Value(g_variant_ref_sink(value), g_variant_unref) : Value();
+}
+
+Value fromQt(const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::Bool:
+        return own(g_variant_new_boolean(value.toBool()));
+    case QMetaType::Int:
+        return own(g_variant_new_int32(value.toInt()));
+    case QMetaType::Double:
+        return own(g_variant_new_double(value.toDouble()));
+    case QMetaType::QString:
+        return own(g_variant_new_string(value.toString().toUtf8().constData()));
+    default:
+        return {};
+    }
+}
+
+QVariant toQt(GVariant *value)
+{
+    if (!value)
+        return {};
+    switch (g_variant_classify(value)) {
+    case G_VARIANT_CLASS_BOOLEAN:
+        return bool(g_variant_get_boolean(value));
+    case G_VARIANT_CLASS_INT32:
+        return g_variant_get_int32(value);
+    case G_VARIANT_CLASS_DOUBLE:
+        return g_variant_get_double(value);
+    case G_VARIANT_CLASS_STRING:
+        return QString::fromUtf8(g_variant_get_string(value, nullptr));
+    default:
+        return {};
+    }
+}
+
+bool areEqual(const Value &one, const Value &other)
+{
+    return one && other ? bool(g_variant_equal(one.get(), other.get())) : one == other;
+}
+
+// dconf as all items use it. Reads look into the database file itself, without a message.
+class Dconf
+{
+public:
+    // Lives as long as somebody uses it
+    static std::shared_ptr<Dconf> instance()
+    {
+        static std::weak_ptr<Dconf> current;
+        auto dconf = current.lock();
+        if (!dconf)
+            current = dconf = std::make_shared<Dconf>();
+        return dconf;
+    }
+
+    Dconf()
+        : m_client(dconf_client_new(), g_object_unref)
+        , m_bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr))
+    {
+        // The connection that libdconf shares with us would end the process when the bus ends.
+        if (m_bus)
+            g_dbus_connection_set_exit_on_close(m_bus, FALSE);
+    }
+    ~Dconf()
+    {
+        if (m_bus)
+            g_object_unref(m_bus);
+    }
+    Dconf(const Dconf &) = delete;
+    Dconf &operator=(const Dconf &) = delete;
+
+    DConfClient *client() const { return m_client.get(); }
+    Value read(const QByteArray &key) const { return own(dconf_client_read(client(), key.constData())); }
+    void write(const QByteArray &key, const Value &value);
+
+private:
+    std::shared_ptr<DConfClient> m_client; // a late write's too
+    GDBusConnection *m_bus;
+    DeadlineWorker m_worker{LongestWrite};
+};
+
+void Dconf::write(const QByteArray &key, const Value &value)
+{
+    // A write costs the service a file and the disk a flush; writing the same again changes nothing.
+    if (!m_worker.isBusy() && areEqual(read(key), value))
+        return;
+    m_worker.run(key, [client = m_client, key, value] {
+        dconf_client_write_sync(client.get(), key.constData(), value.get(), nullptr, nullptr, nullptr);
+    });
+}
+
+} // namespace
+
+// One key that is listened to.
+class GConfItem::Watch
+{
+public:
+    Watch(GConfItem *item, const QByteArray &key)
+        : m_item(item)
+        , m_key(key)
+        , m_told(dconf->read(key))
+    {
+        m_handler = g_signal_connect(dconf->client(), "changed", G_CALLBACK(onChanged), this);
+        dconf_client_watch_fast(dconf->client(), m_key.constData());
+    }
+    ~Watch()
+    {
+        dconf_client_unwatch_fast(dconf->client(), m_key.constData());
+        g_signal_handler_disconnect(dconf->client(), m_handler);
+    }
+    Watch(const Watch &) = delete;
+    Watch &operator=(const Watch &) = delete;
+
+    const QByteArray &key() const { return m_key; }
+
+    const std::shared_ptr<Dconf> dconf = Dconf::instance();
+
+private:
+    // Each change is a path below the prefix; one that ends with a slash is all that lies below it.
+    bool isMeant(const QByteArray &path) const
+    {
+        return path == m_key || (path.endsWith('/') && m_key.startsWith(path));
+    }
+    static void onChanged(DConfClient *, const char *prefix, const char *const *changes, const char *,
+                          Watch *watch)
+    {
+        for (; *changes; ++changes) {
+            if (watch->isMeant(QByteArray(prefix) + *changes)) {
+                watch->tell();
+                return;
+            }
+        }
+    }
+    // dconf also speaks up when a change and the beginning of the watch cross.
+    void tell()
+    {
+        const Value value = dconf->read(m_key);
+        if (areEqual(value, m_told))
+            return;
+        m_told = value;
+        emit m_item->valueChanged();
+    }
+
+    GConfItem *const m_item;
+    const QByteArray m_key;
+    Value m_told; // what the item's listeners know
+    gulong m_handler = 0;
+};
+
+GConfItem::GConfItem(const QString &key, QObject *parent)
+    : QObject(parent)
+{
+    const QByteArray path = key.toUtf8();
+    if (dconf_is_key(path.constData(), nullptr))
+        m_watch = std::make_unique<Watch>(this, path);
+}
+
+GConfItem::~GConfItem() = default;
+
+QVariant GConfItem::value() const
+{
+    return m_watch ? toQt(m_watch->dconf->read(m_watch->key()).get()) : QVariant();
+}
+
+void GConfItem::set(const QVariant &value)
+{
+    const Value wanted = fromQt(value);
+    if (m_watch && (wanted || !value.isValid()))
+        m_watch->dconf->write(m_watch->key(), wanted);
+}
