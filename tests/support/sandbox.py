@@ -54,6 +54,7 @@ class Sandbox:
     """What the sandbox shows of the host. Nothing is made before a command is run."""
 
     bind_ro: list = field(default_factory=list)      # paths shown at their own place, read-only
+    files: dict = field(default_factory=dict)        # paths inside, and the bytes that only the user may read there
     environment: dict = field(default_factory=dict)  # added to the clean one
     size_tmp: int = 0                                # bytes of /tmp, 0 for the default
     share_net: bool = False                          # keep the caller's network
@@ -115,6 +116,9 @@ class Sandbox:
         for path in self.bind_ro:
             place = os.path.abspath(path)
             tree += ["--ro-bind", place, place]
+        for path, content in self.files.items():
+            descriptors.append(_memory_file(os.path.basename(path), content))
+            tree += ["--perms", "0600", "--file", descriptors[-1], path]
         return tree
 
     @staticmethod

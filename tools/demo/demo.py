@@ -2,7 +2,8 @@
 
 Shows live fixes and satellites. lodestard runs on private buses in a file tree of its own, with the
 test engine (a simulated receiver) that it launches itself; lodestar-watch shows what an application
-gets. Ctrl-C ends it and leaves nothing behind; any number of demos can run side by side.
+gets. On a display you are asked for consent first; without one, and with --seconds, the demo answers for
+itself. Ctrl-C ends it and leaves nothing behind; any number of demos can run side by side.
 """
 
 import argparse
@@ -16,10 +17,12 @@ from pathlib import Path
 CHECKOUT = Path(__file__).resolve().parents[2]
 STAGE = Path(__file__).resolve().with_name("stage.py")
 sys.path.insert(0, str(CHECKOUT / "tests" / "support"))
+import hostdisplay  # noqa: E402
 from sandbox import PYTHON, Sandbox, SandboxError  # noqa: E402
 
 PROGRAMS = {"lodestard": "src/daemon/lodestard", "lodestar-watch": "clients/lodestar-watch/lodestar-watch",
-            "orvd-gpsd": "engines/orvd-gpsd/orvd-gpsd"}
+            "orvd-gpsd": "engines/orvd-gpsd/orvd-gpsd",
+            "lodestar-dialogs": "clients/lodestar-dialogs/lodestar-dialogs"}
 END_SECONDS = 10  # how long the stage may take to end
 
 
@@ -106,8 +109,8 @@ def run(*command, quiet=False):
     return result.stdout
 
 
-def play(options, directory):
-    """Runs the stage to its end and returns the exit status."""
+def play(options, directory, display):
+    """Runs the stage to its end and returns the exit status. `display` is where the user is asked."""
     watch = ["--seconds", options.seconds] if options.seconds else []
     watch += ["--json"] if options.json else ["--plain"] if options.plain else []
     shown = [directory]
@@ -116,11 +119,18 @@ def play(options, directory):
     if options.recording:
         environment["RECORDING"] = options.recording.resolve()
         shown.append(options.recording.resolve())
+    if display:
+        shown += display.bind_ro
+        environment.update(display.environment)
+    else:
+        del environment["LODESTAR_DIALOGS"]
+        environment["ANSWERS_ITSELF"] = "the demo ends by itself" if options.seconds else "there is no display here"
     leash, leash_end = os.pipe()
     # Ctrl-C reaches everybody on the terminal. The sandbox outlives it: lodestar-watch gives the
     # terminal back, then the stage takes itself down.
     signal.signal(signal.SIGINT, signal.SIG_IGN)
-    stage = Sandbox(bind_ro=shown, environment=environment).popen([PYTHON, STAGE, leash, *watch], pass_fds=(leash,))
+    sandbox = Sandbox(bind_ro=shown, files=display.files if display else {}, environment=environment)
+    stage = sandbox.popen([PYTHON, STAGE, leash, *watch], pass_fds=(leash,))
     os.close(leash)
     pending = [leash_end]
 
@@ -140,13 +150,16 @@ def play(options, directory):
 
 def main():
     options = read_arguments()
-    wanted = [name for name in PROGRAMS if options.recording or name != "orvd-gpsd"]
+    # Who does not sit there to answer is not asked.
+    display = None if options.seconds else hostdisplay.find(os.environ)
+    unneeded = {"orvd-gpsd": not options.recording, "lodestar-dialogs": not display}
+    wanted = [name for name in PROGRAMS if not unneeded.get(name)]
     directory = options.build_dir.resolve() if options.build_dir else build(wanted)
     for name in wanted:
         if not os.access(directory / PROGRAMS[name], os.X_OK):
             sys.exit(f"run-demo: no {name} below {directory}")
     try:
-        status = play(options, directory)
+        status = play(options, directory, display)
     except SandboxError as error:
         sys.exit(f"run-demo: {error}")
     sys.exit(status if status in (0, 2) else 1)

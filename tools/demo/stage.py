@@ -4,7 +4,8 @@
 
 LEASH is a descriptor; its end of file means that the demo is to end. Everything started here dies
 with the sandbox. Runs with tests/support in PYTHONPATH; the programs come in LODESTARD,
-LODESTAR_WATCH and ORVD_GPSD, a receiver's log in RECORDING.
+LODESTAR_WATCH and ORVD_GPSD, a receiver's log in RECORDING. The user is asked for consent by
+LODESTAR_DIALOGS on the display; without it the stage answers, and ANSWERS_ITSELF says why.
 """
 
 import os
@@ -16,15 +17,26 @@ import time
 from pathlib import Path
 
 from harness.buses import Bus
+from harness.dialogs import NAME as DIALOGS
+from harness.fakedialogs import FakeDialogs, Question
 
 START_SECONDS = 30
 ENGINE_SOCKET = Path("/run/orvd/orvd.socket")
-CONSENT = Path("/home/user/.location_ok")
 GPSD_PORT = "2947"  # on a loopback of the sandbox's own
 
 
 class StageError(Exception):
     """Something does not start; the text says what."""
+
+
+class AcceptingDialogs(FakeDialogs):
+    """A user who allows positioning, and whom the network may not ask anything else."""
+
+    def answer(self, path, interface, method, arguments, invocation):
+        if method == "exit":
+            invocation.return_value(None)
+        else:
+            Question(method, arguments, invocation).answer(method == "privacyDialog")
 
 
 def say(text):
@@ -62,8 +74,33 @@ class Stage:
         # Over and over, at a pace that can be watched.
         self.start("gpsfake", "/usr/bin/gpsfake", "-q", "-n", "-c", "0.1", "-P", GPSD_PORT, recording)
 
-    def start_daemon(self, source):
-        session, system = Bus("session"), Bus("system")
+    def make_buses(self):
+        dialogs = os.environ.get("LODESTAR_DIALOGS")
+        return Bus("session", services={DIALOGS: dialogs} if dialogs else None), Bus("system")
+
+    def ask_for_consent(self, session):
+        """Sees to it that somebody answers; says on the terminal who."""
+        why = os.environ.get("ANSWERS_ITSELF") or self.start_dialogs(session)
+        if why:
+            AcceptingDialogs(session)
+            say(f"The user is to be asked for consent. Since {why}, the demo answers that for itself: allowed.")
+        else:
+            say("You are asked for consent on your display: positioning starts when you allow it.")
+
+    def start_dialogs(self, session):
+        """The first dialog's program, ahead of need: so it shows now whether the display can be used.
+        Returns why not, if so. The bus starts it again for later dialogs."""
+        dialogs = self.start("lodestar-dialogs", os.environ["LODESTAR_DIALOGS"],
+                             environment={"DBUS_SESSION_BUS_ADDRESS": session.address})
+        try:
+            self.wait_until(lambda: session.owner_of(DIALOGS), dialogs, "lodestar-dialogs")
+        except StageError:
+            if not self.is_leashed():
+                raise
+            return "no dialog can be shown on this display"
+        return None
+
+    def start_daemon(self, source, session, system):
         addresses = {"DBUS_SESSION_BUS_ADDRESS": session.address, "DBUS_SYSTEM_BUS_ADDRESS": system.address}
         daemon = self.start("lodestard", os.environ["LODESTARD"], "-nl", "-nv", "-w",
                             environment={**addresses, "POSITIONING_SOURCE": source})
@@ -91,9 +128,10 @@ def play(stage, arguments):
         stage.start_receiver_replay(recording)
     else:
         say("lodestard, fed by the test engine: a simulated receiver that walks around.")
-    CONSENT.touch()
-    say(f"Consent to positioning is given: {CONSENT} was made, inside the sandbox only. Ctrl-C ends the demo.")
-    return stage.watch(arguments, stage.start_daemon("REAL" if recording else "FAKE"))
+    session, system = stage.make_buses()
+    stage.ask_for_consent(session)
+    say("Ctrl-C ends the demo.")
+    return stage.watch(arguments, stage.start_daemon("REAL" if recording else "FAKE", session, system))
 
 
 def main():

@@ -9,18 +9,23 @@ KEY_PAUSE = 0.2  # between two tries of a key: dialogs ignore what is typed befo
 
 
 class Display:
-    def __init__(self, size="1366x768x24"):
+    """`authority` is a file of cookies: only who brings one may use the display then."""
+
+    def __init__(self, size="1366x768x24", authority=None):
+        self.environment = {"XAUTHORITY": str(authority)} if authority else {}
         read, write = os.pipe()
         self._server = subprocess.Popen(
-            ["/usr/bin/Xvfb", "-displayfd", str(write), "-screen", "0", size, "-nolisten", "tcp", "-noreset"],
+            ["/usr/bin/Xvfb", "-displayfd", str(write), "-screen", "0", size, "-nolisten", "tcp", "-noreset",
+             *(["-auth", str(authority)] if authority else [])],
             pass_fds=(write,), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write)
         with os.fdopen(read, encoding="ascii") as number:
             self.name = ":" + number.readline().strip()  # once it takes connections
         assert self.name != ":", "Xvfb does not start"
+        self.environment["DISPLAY"] = self.name
 
     def _xdotool(self, *arguments):
-        return subprocess.run(["/usr/bin/xdotool", *arguments], env={**os.environ, "DISPLAY": self.name}, check=False,
+        return subprocess.run(["/usr/bin/xdotool", *arguments], env={**os.environ, **self.environment}, check=False,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=DEADLINE).stdout
 
     def windows(self, title):
