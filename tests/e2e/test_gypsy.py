@@ -159,6 +159,19 @@ def test_a_sentence_of_each_kind(road):
     assert road.lines("Gypsy mode: ") == ["Gypsy mode: Idle", "Gypsy mode: Fix", "Gypsy mode: Fix"]
 
 
+def test_a_receiver_that_tells_of_its_quality_only(road):
+    """GSA says the status again, which is no news, and the dilutions, of which one is used."""
+    client = road.receiving(interval=3000)
+    road.device.gga(GIVEN, 60.0, 25.0, 25.5, hdop=2.0)
+    for hdop in (0.0, 0.0, 1.5):
+        road.device.gsa(FIX_3D, 2.2, hdop)
+    road.settle(client)
+    accuracies = [fix.attributes.get(stream.HORIZONTAL_ACCURACY) for fix in client.fixes()]
+    assert accuracies == [None, 10, 0, 7.5]
+    assert all(stream.VERTICAL_ACCURACY not in fix.attributes for fix in client.fixes())
+    assert road.lines("Gypsy mode: ") == ["Gypsy mode: Idle", "Gypsy mode: Fix"]
+
+
 def test_every_session_gets_every_fix_in_the_order_of_the_clients(road):
     clients = [road.receiving() for _ in range(3)]
     for number in range(1, 6):
