@@ -3,8 +3,10 @@
 #include "client/clientdbusserverif.h"
 #include "client/locationui.h"
 #include "core/clientregistry.h"
+#include "core/contextstate.h"
 #include "core/fixdistribution.h"
 #include "core/methodselection.h"
+#include "core/powersavecycle.h"
 #include "core/sessionplan.h"
 #include "core/settingeffects.h"
 #include "core/supervision.h"
@@ -23,6 +25,8 @@
 #include <optional>
 
 class ClientDBusServer;
+class ContextProperty;
+class ContextPublisher;
 class LocationGConfSettings;
 class LocationSecureSettings;
 class Scheduler;
@@ -72,7 +76,14 @@ public slots: // the order is part of the interface
     void onOrvDisconnected();
     void reconnectOrv();
     void allowOrvClients();
+    void addContextFWPositionClient(QString client);
+    void delContextFWPositionClient(QString client);
+    void addContextFWStateClient(QString client);
+    void delContextFWStateClient(QString client);
     void removePrestartClient();
+    void onPowerSaveTimeout(bool doAssignClients = true);
+    void onPowerSaveContextUnsubscribe();
+    void onScreenBlanked();
 
 private:
     // init(), one step each, in init()'s order
@@ -125,6 +136,15 @@ private:
     void deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source);
     void serveFreeFixClients(QGeoPositionInfo &fix, FixSource source);
 
+    // context properties and power save
+    void contextSetState();
+    void updateContextCoordinates(const QGeoPositionInfo &fix);
+    bool isContextClient(const ClientApp &client) const;
+    void powerSaveAfterReport(ReceiverState state);
+    void enablePowerSave();
+    void disablePowerSave();
+    void resetPowerSave();
+
     // Answers that hold for a whole plan: asked for once, however many clients there are.
     struct PlanCache {
         std::optional<bool> satelliteClientStarted;
@@ -142,6 +162,8 @@ private:
     std::unique_ptr<LocationGConfSettings> gconfSettings;
     std::unique_ptr<LocationUI> locationUI;
     std::unique_ptr<SignalPipe> m_signalPipe;
+    std::unique_ptr<ContextPublisher> m_context;
+    std::unique_ptr<ContextProperty> m_screen; // subscribed while power save needs it
     ClientRegistry m_registry;
     SettingFlags m_flags;
     RespawnGuard m_respawns;
@@ -150,6 +172,13 @@ private:
     QTimer m_reconnectTimer; // to reconnectOrv()
     ReceiverState receiverState = ReceiverState::Idle;
     NetworkState nonsatelliteState = NetworkState::None;
+    PublishedState m_publishedState;
+    bool stateSubscribed = false;
+    bool positionSubscribed = false;
+    int contextClientId = 0; // the client behind the published coordinates, while they are subscribed
+    PowerSaveCycle m_powerSave;
+    QTimer powerSaveTimer;   // ends a round
+    QTimer unsubscribeTimer; // lets go of the screen
     QGeoPositionInfo m_latestSatelliteFix;
     QGeoPositionInfo m_latestNetworkFix;
     bool initDone = false;

@@ -72,6 +72,8 @@ int PositionDaemon::configRequest(int id, int command, int method, int interval)
         carryOut(step, *client, quint32(method), seconds);
     if (asksForFreeFixes(command, seconds) && m_registry.enrolFreeFix(id))
         qDebug("PositionDaemon::configRequest: Free fix client added");
+    if (Methods::hasSatellite(client->methods()))
+        resetPowerSave();
     client->setModified(true);
     assignClients();
     return 0;

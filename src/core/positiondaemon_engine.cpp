@@ -18,6 +18,8 @@ void PositionDaemon::onGNSSStateUpdated(ORVComm::GNSSState state)
     const ReceiverReport report = engineReport(state);
     qDebug("GNSS mode: %s", report.name);
     receiverState = report.state;
+    contextSetState();
+    powerSaveAfterReport(receiverState);
     // A report that a plan itself causes must not start another one.
     if (!assigning)
         assignClients();

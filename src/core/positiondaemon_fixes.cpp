@@ -28,6 +28,7 @@ void PositionDaemon::onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &f
     }
     if (receivesOwnSatelliteFix(*receiver(client), m_flags.satelliteDisabled)) {
         qCDebug(busyLog, "Sending GNSS fix to ClientId: %d", sessionId);
+        updateContextCoordinates(fix);
         deliver(*client, fix, FixSource::Satellite);
     }
     if (isNewPosition(fix, m_latestSatelliteFix))
@@ -37,7 +38,7 @@ void PositionDaemon::onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &f
 
 void PositionDaemon::deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source)
 {
-    if (client.sendPositionUpdate(fix, int(source)) == -1)
+    if (!isContextClient(client) && client.sendPositionUpdate(fix, int(source)) == -1)
         removeClient(client.id());
 }
 

@@ -20,6 +20,7 @@ void PositionDaemon::onFixStatusUpdate(GypsyComm::FixStatus status)
     const ReceiverReport report = gypsyReport(status);
     qDebug("Gypsy mode: %s", report.name);
     receiverState = report.state;
+    contextSetState();
     // A report that a plan itself causes must not start another one.
     if (!assigning)
         assignClients();

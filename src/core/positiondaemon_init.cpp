@@ -1,10 +1,12 @@
 #include "client/clientapp.h"
 #include "client/clientdbusserver.h"
+#include "core/contextpublisher.h"
 #include "core/positiondaemon.h"
 #include "core/processsignals.h"
 #include "core/scheduler.h"
 #include "core/signalpipe.h"
 #include "core/singleinstance.h"
+#include "platform/contextproperty.h"
 #include "settings/locationgconfsettings.h"
 #include "settings/locationsecuresettings.h"
 
@@ -167,11 +169,6 @@ bool PositionDaemon::initSideChannel()
 {
     // The side channel goes onto the system bus here.
     return true;
-}
-
-void PositionDaemon::initContext()
-{
-    // Context properties and power save are set up here.
 }
 
 void PositionDaemon::initSignals()

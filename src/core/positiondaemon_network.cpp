@@ -52,6 +52,8 @@ void PositionDaemon::onPositionUpdateSUPL(QGeoPositionInfo &fix)
     qDebug("PositionDaemon::%s", __func__);
     m_suplAwaited = false;
     nonsatelliteState = networkStateAfter(fix, nonsatelliteState);
+    contextSetState();
+    updateContextCoordinates(fix);
     const QList<int> receivers = scheduler->takeDueClients(); // a copy: the next step empties the list
     for (const int id : receivers) {
         qCDebug(busyLog) << "Sending update to ClientId: " << id;

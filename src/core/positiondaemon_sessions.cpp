@@ -59,6 +59,7 @@ MethodInputs PositionDaemon::currentInputs()
         m_planCache.satelliteClientStarted = m_registry.anyStartedSatelliteClient();
     MethodInputs inputs = methodInputs(m_flags);
     inputs.orvClientsBlocked = orvClientsBlocked;
+    inputs.satellitesWithheld = m_powerSave.withholdsSatellites();
     inputs.satelliteClientStarted = *m_planCache.satelliteClientStarted;
     inputs.receiverState = receiverState;
     return inputs;
@@ -103,6 +104,7 @@ void PositionDaemon::startSessions(ClientApp &client, quint32 methods)
         client.resetLastNetworkFix();
         scheduler->addClient(client.id(), client.interval());
         nonsatelliteState = NetworkState::Running;
+        contextSetState();
     }
 }
 
@@ -114,8 +116,10 @@ void PositionDaemon::stopSessions(ClientApp &client, quint32 methods)
         endSatelliteSession(client);
     if (plan.supl)
         endNetworkEnrolment(client);
-    if (plan.networkCleared)
+    if (plan.networkCleared) {
         nonsatelliteState = NetworkState::None;
+        contextSetState();
+    }
 }
 
 void PositionDaemon::endSatelliteSession(ClientApp &client)

@@ -23,6 +23,10 @@ void PositionDaemon::userSettingsChanged(QString key)
         stopSatelliteSessions(); // on the receiver that ran them, so before the flags change
     m_flags = outcome.flags;
     m_planCache = {};
+    if (outcome.updatesContext) {
+        contextSetState();
+        resetPowerSave();
+    }
     if (outcome.tellEngineMode && orvComm)
         orvComm->setGNSSMode(engineMode(m_flags));
     if (outcome.sendSuplServers)

@@ -27,14 +27,27 @@ constexpr SettingRow suplServerRow(QLatin1StringView key, QLatin1StringView labe
 }
 
 constexpr SettingRow RowTable[] = {
-    {"Positioning"_L1, "Positioning ["_L1, ValueKind::Flag, {&F::positioningOff, true}},
-    {"SatellitePositioning"_L1, "Sat method enable ["_L1, ValueKind::Flag, {&F::satelliteDisabled, true}},
+    {"Positioning"_L1,
+     "Positioning ["_L1,
+     ValueKind::Flag,
+     {&F::positioningOff, true},
+     0,
+     SettingEffect::None,
+     true},
+    {"SatellitePositioning"_L1,
+     "Sat method enable ["_L1,
+     ValueKind::Flag,
+     {&F::satelliteDisabled, true},
+     0,
+     SettingEffect::None,
+     true},
     {"SatellitePositioningInternal"_L1,
      "Sat method internal ["_L1,
      ValueKind::Flag,
      {&F::internalGps, false},
      0,
-     SettingEffect::SwitchReceiver},
+     SettingEffect::SwitchReceiver,
+     true},
     {"SatellitePositioningExternalName"_L1, "Sat method external name ["_L1, ValueKind::Text},
     {"SatellitePositioningExternalAddress"_L1,
      "Sat method external address ["_L1,
@@ -169,6 +182,7 @@ SettingOutcome settingChange(const SettingFlags &flags, bool orvClientsBlocked, 
     SettingOutcome outcome;
     outcome.flags = flags;
     outcome.line = logLine(row, key, value);
+    outcome.updatesContext = row.updatesContext;
     assignFlag(outcome.flags, row.binding, value.toBool());
     if (row.networkSetting != 0 && flags.veskInUse)
         outcome.peerSettings = {{row.networkSetting, value.toBool() ? 1 : 0}};

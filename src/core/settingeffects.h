@@ -62,6 +62,7 @@ struct SettingRow {
     FlagBinding binding = {};
     int networkSetting = 0; // its code for the network-positioning peer, 0 for none
     SettingEffect effect = SettingEffect::None;
+    bool updatesContext = false; // what users see of satellite positioning, and its power save
 };
 std::span<const SettingRow> settingRows();
 const SettingRow *findSettingRow(QStringView key); // null for a key without a row
@@ -79,6 +80,7 @@ struct SettingOutcome {
     SettingFlags flags;
     QString line;                       // for the log
     bool stopSatelliteSessions = false; // the receiver that runs them is being switched
+    bool updatesContext = false;        // the published state, and power save starts afresh
     bool tellEngineMode = false;
     bool sendSuplServers = false;
     QList<PeerSetting> peerSettings; // in the order of telling

@@ -27,6 +27,7 @@ public:
         auto bus = QDBusConnection::sessionBus();
         bus.unregisterService(QStringLiteral("com.varn.lodestard.client"));
         bus.unregisterService(QStringLiteral("com.varn.lodestard.settings"));
+        bus.unregisterService(QStringLiteral("com.varn.lodestard.context"));
     }
 
     // Once, before the first stage.

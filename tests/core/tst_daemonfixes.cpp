@@ -147,7 +147,7 @@ void TestDaemonFixes::networkFixesServeFreeFixClients()
     const QStringList expected{
         u"debug: PositionDaemon::onPositionUpdateSUPL"_s,
         u"debug: PositionDaemon::onPositionUpdateSUPL: Sending SUPL fix to free fix client"_s};
-    QCOMPARE(stage.logged({u"debug: PositionDaemon"_s}), expected);
+    QCOMPARE(stage.logged({u"debug: PositionDaemon::onPosition"_s}), expected);
     QCOMPARE(stage.daemon->latestPosition(false).coordinate().latitude(), 60.0);
     QVERIFY(!stage.daemon->latestPosition(true).isValid());
 }

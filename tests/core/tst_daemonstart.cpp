@@ -57,7 +57,10 @@ void TestDaemonStart::initGoesThroughItsSteps()
                                u"debug: Settings: Network positioning [ ON]"_s,
                                u"debug: PositionDaemon::init() Settings done."_s,
                                u"debug: PositionDaemon::init() ORVComm done."_s,
+                               u"debug: PositionDaemon::init() GypsyComm done."_s,
                                u"debug: PositionDaemon::init() Client server done."_s,
+                               u"debug: PositionDaemon::init() ContextProvider init done."_s,
+                               u"debug: PositionDaemon::init() GNSS power save done"_s,
                                u"debug: PositionDaemon::init() Signal handler done."_s,
                                u"debug: startBrisd()"_s,
                                u"debug: PositionDaemon::init() done."_s};
@@ -105,7 +108,7 @@ void TestDaemonStart::anObjectInTheClientServicesPlaceEndsTheStart()
     DaemonStage stage;
     stage.makeEngine();
     QCOMPARE(stage.start(), -1);
-    const QStringList expected{u"debug: PositionDaemon::init() ORVComm done."_s,
+    const QStringList expected{u"debug: PositionDaemon::init() GypsyComm done."_s,
                                u"critical: "_s + bus.lastError().message(),
                                u"critical: PositionDaemon::init() Client server registerObject() failed."_s};
     QCOMPARE(stage.log.takeLines().last(expected.size()), expected);
@@ -195,7 +198,8 @@ void TestDaemonStart::settingsAreLoggedAndToldOnce()
         u"debug: PositionDaemon::userSettingsChanged():  Sat method enable [ false ]"_s,
         u"debug: Settings: Satellite positioning [OFF]"_s, u"debug: Settings: Network positioning [ ON]"_s,
         u"debug: assignClients"_s};
-    QCOMPARE(stage.logged({u"debug: PositionDaemon"_s, u"debug: Settings:"_s, u"debug: assign"_s}), expected);
+    QCOMPARE(stage.logged({u"debug: PositionDaemon::user"_s, u"debug: Settings:"_s, u"debug: assign"_s}),
+             expected);
     QTRY_COMPARE(client.callCount(), 1);
     const QDBusMessage told = client.takeCalls().constFirst();
     QCOMPARE(told.member(), u"currentSettings"_s);
@@ -205,7 +209,7 @@ void TestDaemonStart::settingsAreLoggedAndToldOnce()
     QVERIFY(DaemonStage::set(u"SatellitePositioning"_s, false));
     QVERIFY(DaemonStage::set(u"VeskDisclaimerAccepted"_s, true));
     QCOMPARE(
-        stage.logged({u"debug: PositionDaemon"_s, u"debug: assign"_s}),
+        stage.logged({u"debug: PositionDaemon::user"_s, u"debug: assign"_s}),
         (QStringList{u"debug: PositionDaemon::userSettingsChanged():  Sat method enable [ false ]"_s,
                      u"debug: assignClients"_s,
                      u"debug: PositionDaemon::userSettingsChanged():  Unknown key: VeskDisclaimerAccepted"_s,

@@ -88,7 +88,8 @@ void TestMetaObject::theSignalComesFirstAndNamesItsArguments()
 void TestMetaObject::theSlotsOfTheCoreAreThere()
 {
     const QList<QByteArray> declared = declaredMethods();
-    for (const int index : {0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 22})
+    for (const int index :
+         {0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26})
         QVERIFY2(declared.contains(registered(Order[index])), Order[index]);
 }
 

@@ -40,6 +40,7 @@ private slots:
     void everyRowIsCovered();
     void receiverSwitch_data();
     void receiverSwitch();
+    void whatTouchesTheContextProperties();
     void engineModeFollowsConnectivity();
     void suplServers_data();
     void suplServers();
@@ -224,6 +225,15 @@ void TestSettingEffects::receiverSwitch()
     QFETCH(QLatin1StringView, key);
     QFETCH(QVariant, value);
     QTEST(changed({.internalGps = internalGps}, key, value).stopSatelliteSessions, "expected");
+}
+
+void TestSettingEffects::whatTouchesTheContextProperties()
+{
+    const QStringList touching{u"Positioning"_s, u"SatellitePositioning"_s,
+                               u"SatellitePositioningInternal"_s};
+    for (const SettingRow &row : settingRows())
+        QCOMPARE(changed({}, row.key, true).updatesContext, touching.contains(row.key));
+    QVERIFY(!changed({}, "VeskDisclaimerAccepted"_L1, true).updatesContext);
 }
 
 void TestSettingEffects::engineModeFollowsConnectivity()

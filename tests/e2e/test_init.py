@@ -20,6 +20,8 @@ ORDER = [
     "PositionDaemon::init() ORVComm done.",
     "PositionDaemon::init() GypsyComm done.",
     "PositionDaemon::init() Client server done.",
+    "PositionDaemon::init() ContextProvider init done.",
+    "PositionDaemon::init() GNSS power save done",
     "PositionDaemon::init() Signal handler done.",
     "startBrisd()",
     "PositionDaemon::init() done.",

@@ -5,7 +5,7 @@ from xml.etree import ElementTree
 
 import pytest
 
-from harness import client, settings
+from harness import client, context, settings
 
 DOCUMENTS = Path(__file__).resolve().parents[2] / "docs" / "dbus"
 
@@ -24,6 +24,8 @@ OBJECTS = {
         ("method", "latestPosition"): ("b", "ay"),
         ("method", "prestartPositioning"): ("bb", ""),
     }),
+    "state": ("session", context.SERVICE, context.STATE, context.INTERFACE, context.MEMBERS),
+    "coordinates": ("session", context.SERVICE, context.COORDINATES, context.INTERFACE, context.MEMBERS),
 }
 
 

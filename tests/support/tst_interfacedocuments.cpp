@@ -1,6 +1,7 @@
 #include "client/clientdbusserver.h"
 #include "client/clientdbusserverif.h"
 #include "client/fixstream.h"
+#include "platform/contextprovider.h"
 #include "settings/locationsecuresettings.h"
 #include "settings/locationsecuresettingsif.h"
 #include "settings/settingstable.h"
@@ -14,6 +15,8 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -48,6 +51,8 @@ private slots:
         paths.root = m_directory.path();
         new LocationSecureSettings(&m_settingsHost, &m_handler, paths);
         auto bus = QDBusConnection::sessionBus();
+        m_property = std::make_unique<ContextProvider::Property>(
+            ContextProvider::Service(bus, u"com.varn.test.context"_s), u"Some.Key"_s);
         QVERIFY(bus.registerObject(u"/client"_s, &m_clientHost, QDBusConnection::ExportAdaptors));
         QVERIFY(bus.registerObject(u"/settings"_s, &m_settingsHost, QDBusConnection::ExportAdaptors));
     }
@@ -57,6 +62,8 @@ private slots:
         QTest::addColumn<QString>("document");
         QTest::addColumn<QString>("path");
         QTest::newRow("the client service") << u"dbus/com.varn.lodestard.client.xml"_s << u"/client"_s;
+        QTest::newRow("a context property")
+            << u"dbus/com.varn.context.Property.xml"_s << u"/com/varn/context/Some/Key"_s;
         QTest::newRow("the settings service") << u"dbus/com.varn.location.settings.xml"_s << u"/settings"_s;
     }
     void theDocumentIsWhatTheObjectOffers()
@@ -191,6 +198,7 @@ private:
 
     QTemporaryDir m_directory;
     SilentHandler m_handler;
+    std::unique_ptr<ContextProvider::Property> m_property;
     QObject m_clientHost;
     QObject m_settingsHost;
 };
