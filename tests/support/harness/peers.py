@@ -104,3 +104,30 @@ class FakeBrisd(Peer):
 
     def __init__(self, bus):
         super().__init__(bus, "com.varn.location.brisd")
+
+
+class FakeScreenSaver(Peer):
+    """A desktop's screen saver: the common one, or GNOME's own."""
+
+    COMMON, GNOME = "org.freedesktop.ScreenSaver", "org.gnome.ScreenSaver"
+
+    def __init__(self, bus, active, name=COMMON):
+        self.active = active
+        self.path = "/" + name.replace(".", "/")
+        super().__init__(bus, name)
+
+    def own(self):
+        self.export(self.path, f"""
+            <interface name="{self.name}">
+              <method name="GetActive"><arg type="b" direction="out"/></method>
+              <signal name="ActiveChanged"><arg type="b"/></signal>
+            </interface>""")
+        super().own()  # whoever sees the name may ask at once
+
+    def answer(self, path, interface, method, arguments, invocation):
+        invocation.return_value(GLib.Variant("(b)", (self.active,)))
+
+    def show(self, active):
+        """Darkens the screen or lights it up, and tells."""
+        self.active = active
+        self.emit(self.path, self.name, "ActiveChanged", GLib.Variant("(b)", (active,)))
