@@ -12,6 +12,7 @@
 #include "core/supervision.h"
 #include "engine/orvcomm.h"
 #include "gypsy/gypsycomm.h"
+#include "network/dbusserverveskif.h"
 #include "platform/clock.h"
 #include "platform/devicepaths.h"
 #include "settings/locationsecuresettingsif.h"
@@ -27,6 +28,7 @@
 class ClientDBusServer;
 class ContextProperty;
 class ContextPublisher;
+class DBusServerVESK;
 class LocationGConfSettings;
 class LocationSecureSettings;
 class Scheduler;
@@ -34,7 +36,10 @@ class SignalPipe;
 
 // Owns every component and is the only place where they meet. It holds no rule: it gathers what a
 // decision depends on, asks the value that decides, carries out the answer and logs.
-class PositionDaemon : public QObject, public ClientDBusServerIF, public LocationSecureSettingsIF
+class PositionDaemon : public QObject,
+                       public ClientDBusServerIF,
+                       public LocationSecureSettingsIF,
+                       public DBusServerVESKIF
 {
     Q_OBJECT
 public:
@@ -54,6 +59,9 @@ public:
 
     // For the settings service: deletes the kinds of assistance data in the mask
     void clearAssistanceData(int data) override;
+
+    // For the side channel
+    void VESKRequest(int command) override;
 
 signals:
     // A NetworkSetting code, and 1 for on or 0 for off
@@ -153,10 +161,12 @@ private:
 
     // The objects on the bus come first: adaptors are their children, and members die in reverse order.
     QObject m_clientHost;
+    QObject m_veskHost;
     QObject m_settingsHost;
     std::unique_ptr<ORVComm> orvComm; // none when the internal GPS is disabled
     std::unique_ptr<GypsyComm> gypsyComm;
     std::unique_ptr<ClientDBusServer> clientServer;
+    std::unique_ptr<DBusServerVESK> veskServer;
     std::unique_ptr<Scheduler> scheduler;
     std::unique_ptr<LocationSecureSettings> secureSettings;
     std::unique_ptr<LocationGConfSettings> gconfSettings;

@@ -6,6 +6,7 @@
 #include "core/scheduler.h"
 #include "core/signalpipe.h"
 #include "core/singleinstance.h"
+#include "network/dbusservervesk.h"
 #include "platform/contextproperty.h"
 #include "settings/locationgconfsettings.h"
 #include "settings/locationsecuresettings.h"
@@ -167,7 +168,18 @@ bool PositionDaemon::initClientService()
 
 bool PositionDaemon::initSideChannel()
 {
-    // The side channel goes onto the system bus here.
+    veskServer = std::make_unique<DBusServerVESK>(&m_veskHost, this);
+    auto bus = QDBusConnection::systemBus();
+    if (!bus.registerObject(u"/com/varn/lodestard/vesk"_s, &m_veskHost) ||
+        !bus.registerService(u"com.varn.lodestard.vesk"_s)) {
+        logBusError(bus);
+        veskServer.reset();
+        return false;
+    }
+    if (orvComm)
+        connect(orvComm.get(), &ORVComm::updateVESK, veskServer.get(), &DBusServerVESK::positionMessage);
+    connect(this, &PositionDaemon::settingVESK, veskServer.get(), &DBusServerVESK::settingMessage);
+    qDebug("PositionDaemon::init() VESK server done.");
     return true;
 }
 

@@ -6,6 +6,7 @@ from gi.repository import GLib
 from harness import client as app
 from harness import files, wire
 from harness.peers import FakeBluez
+from harness.sidechannel import CELLULAR, CONNECTIVITY, WIFI, SideChannelPeer
 
 ADDRESS = "00:1A:7D:DA:71:13"
 CHANGED = "PositionDaemon::userSettingsChanged():  "
@@ -247,3 +248,49 @@ def test_wlan_changes_nothing_while_supl_is_used(stage):
     assert client.wait_for_settings(app.SATELLITE)
     client.sync()
     assert client.settings() == [(app.SATELLITE, 1000)]
+
+
+# ---- what the network-positioning peer is told
+
+@pytest.fixture
+def peer(stage):
+    return SideChannelPeer(stage.system)
+
+
+@pytest.mark.parametrize("key, code", [("CellularPositioning", CELLULAR), ("WiFiPositioning", WIFI),
+                                       ("NetworkConnectivity", CONNECTIVITY)])
+def test_the_peer_is_told_of_its_three_settings(stage, peer, key, code):
+    stage.daemon()
+    settings = stage.settings()
+    for value in (False, True, True):
+        assert settings.set(key, value)
+    assert peer.told() == [(code, 0), (code, 1), (code, 1)]
+
+
+def test_the_peer_is_told_nothing_while_supl_is_used(stage, peer):
+    files.user_settings(SuplForced=True)
+    stage.daemon()
+    settings = stage.settings()
+    for key in ("CellularPositioning", "WiFiPositioning", "NetworkConnectivity"):
+        assert settings.set(key, False)
+    assert peer.told() == []
+
+
+def test_forcing_supl_tells_nothing_and_releasing_it_tells_all_three(stage, peer):
+    stage.daemon()
+    settings = stage.settings()
+    assert settings.set("WiFiPositioning", False)
+    assert settings.set("SuplForced", True)
+    assert settings.set("CellularPositioning", False)
+    assert settings.set("SuplForced", False)
+    assert peer.told() == [(WIFI, 0), (CONNECTIVITY, 1), (CELLULAR, 0), (WIFI, 0)]
+
+
+def test_releasing_supl_overrules_the_marker(stage, peer):
+    files.marker("use_supl")
+    daemon, settings = stage.daemon(), stage.settings()
+    assert daemon.has_message("VESK in use:  false")
+    assert settings.set("CellularPositioning", False)
+    assert settings.set("SuplForced", False)
+    assert settings.set("WiFiPositioning", False)
+    assert peer.told() == [(CONNECTIVITY, 1), (CELLULAR, 0), (WIFI, 1), (WIFI, 0)]

@@ -20,6 +20,7 @@ ORDER = [
     "PositionDaemon::init() ORVComm done.",
     "PositionDaemon::init() GypsyComm done.",
     "PositionDaemon::init() Client server done.",
+    "PositionDaemon::init() VESK server done.",
     "PositionDaemon::init() ContextProvider init done.",
     "PositionDaemon::init() GNSS power save done",
     "PositionDaemon::init() Signal handler done.",
@@ -55,10 +56,11 @@ def test_settings_are_seeded_between_the_instance_check_and_the_first_decision(s
     assert seeds[-1] < texts.index("VESK in use:  true")
 
 
-def test_both_services_are_there(stage):
+def test_the_three_services_are_there(stage):
     daemon = stage.daemon()
     assert stage.session.pid_of("com.varn.lodestard.settings") == daemon.pid
     assert stage.session.pid_of("com.varn.lodestard.client") == daemon.pid
+    assert stage.system.pid_of("com.varn.lodestard.vesk") == daemon.pid
 
 
 # ---- the engine

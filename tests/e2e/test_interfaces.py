@@ -5,7 +5,7 @@ from xml.etree import ElementTree
 
 import pytest
 
-from harness import client, context, settings
+from harness import client, context, settings, sidechannel
 
 DOCUMENTS = Path(__file__).resolve().parents[2] / "docs" / "dbus"
 
@@ -26,6 +26,11 @@ OBJECTS = {
     }),
     "state": ("session", context.SERVICE, context.STATE, context.INTERFACE, context.MEMBERS),
     "coordinates": ("session", context.SERVICE, context.COORDINATES, context.INTERFACE, context.MEMBERS),
+    "side channel": ("system", sidechannel.NAME, sidechannel.PATH, sidechannel.NAME, {
+        ("signal", "positionMessage"): ("", "dddddyqqqyyyyq"),
+        ("signal", "settingMessage"): ("", "ii"),
+        ("method", "request"): ("i", ""),
+    }),
 }
 
 
@@ -71,6 +76,13 @@ def test_parameters_have_names(stage):
     assert names["configSession"] == ["id", "command", "method", "interval"]
     assert names["latestPosition"] == ["satelliteOnly"]
     assert names["prestartPositioning"] == ["satellite", "nonSatellite"]
+
+
+def test_requests_on_the_side_channel_are_marked_as_unanswered(stage):
+    stage.daemon()
+    (request,) = [m for m in live(stage, "side channel") if m.get("name") == "request"]
+    marks = {a.get("name"): a.get("value") for a in request.iter("annotation")}
+    assert marks.get("org.freedesktop.DBus.Method.NoReply") == "true"
 
 
 @pytest.mark.parametrize("which", OBJECTS)

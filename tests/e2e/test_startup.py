@@ -255,8 +255,26 @@ def test_a_refused_client_service_is_fatal(stage):
     assert not daemon.has_message("PositionDaemon::init() Client server done.")
 
 
+def test_a_refused_side_channel_ends_with_1(stage):
+    stage.use_system(deny_own=["com.varn.lodestard.vesk"])
+    daemon = stage.launch("-v")
+    assert daemon.wait_exit() == 1
+    assert "com.varn.lodestard.vesk" in daemon.messages("Critical")[-1]
+    assert daemon.errors() == ["init failed."]
+    assert daemon.has_message("PositionDaemon::init() Client server done.")
+    assert not daemon.has_message("PositionDaemon::init() VESK server done.")
+
+
+def test_no_system_bus_ends_with_1(stage):
+    stage.use_system().stop()
+    daemon = stage.launch("-v")
+    assert daemon.wait_exit() == 1
+    assert daemon.errors() == ["init failed."]
+    assert not daemon.has_message("PositionDaemon::init() VESK server done.")
+
+
 def test_a_failed_initialisation_says_so_even_when_all_messages_are_off(stage):
-    stage.use_session(deny_own=[SETTINGS_SERVICE])
+    stage.use_system().stop()
     daemon = stage.launch("-nw")
     assert daemon.wait_exit() == 1
     assert (daemon.lines(), daemon.errors()) == ([], ["init failed."])

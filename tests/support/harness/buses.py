@@ -5,6 +5,7 @@ import os
 import subprocess
 import threading
 import xml.sax.saxutils
+from xml.etree import ElementTree
 
 from gi.repository import Gio, GLib
 
@@ -14,6 +15,7 @@ _numbers = itertools.count(1)
 _loop_lock = threading.Lock()
 _loop = None
 
+DEBIAN_SYSTEM_BUS = "/usr/share/dbus-1/system.conf"
 SESSION_SERVICES = "/usr/share/dbus-1/services"
 # Helpers of a desktop that a test may need for real; everything else must be played by the test.
 ACTIVATABLE = ("ca.desrt.dconf.service", "org.gnome.GConf.service")
@@ -62,12 +64,26 @@ def flush_loop():
     assert done.wait(DEADLINE), "the test's own loop hangs"
 
 
+def debian_config(socket, policy):
+    """What Debian gives its system bus, with this address and one more policy file; what only a bus of
+    the machine's own can do (another user, a helper that starts services) is left out."""
+    root = ElementTree.parse(DEBIAN_SYSTEM_BUS).getroot()
+    for tag in ("user", "fork", "pidfile", "syslog", "listen", "servicehelper", "standard_system_servicedirs",
+                "includedir", "include"):
+        for element in root.findall(tag):
+            root.remove(element)
+    ElementTree.SubElement(root, "listen").text = f"unix:path={socket}"
+    ElementTree.SubElement(root, "include").text = str(policy)
+    return ElementTree.tostring(root, encoding="unicode")
+
+
 class Bus:
     """A dbus-daemon of its own. `deny_own` lists names that nobody may take; `services` maps names to
     the programs that it starts for them, with `environment` beside its own; `activatable` are the
-    service files of this machine that a session bus has too."""
+    service files of this machine that a session bus has too. With `policy`, a file, it allows what
+    Debian's system bus allows and what that file adds."""
 
-    def __init__(self, kind, deny_own=(), services=None, environment=None, activatable=ACTIVATABLE):
+    def __init__(self, kind, deny_own=(), services=None, environment=None, activatable=ACTIVATABLE, policy=None):
         self.kind = kind
         start_loop()
         self._directory = f"{os.environ['XDG_RUNTIME_DIR']}/{kind}-{next(_numbers)}"
@@ -83,8 +99,9 @@ class Bus:
         denials = "\n".join(f"    <deny own={xml.sax.saxutils.quoteattr(name)}/>" for name in deny_own)
         config = f"{self._directory}/bus.conf"
         with open(config, "w", encoding="utf-8") as file:
-            file.write(_CONFIG.format(type=kind, socket=f"{self._directory}/socket", services=folder,
-                                      denials=denials))
+            socket = f"{self._directory}/socket"
+            file.write(debian_config(socket, policy) if policy else
+                       _CONFIG.format(type=kind, socket=socket, services=folder, denials=denials))
         self._connections = []
         self._process = subprocess.Popen(
             ["/usr/bin/dbus-daemon", f"--config-file={config}", "--nofork", "--nopidfile", "--print-address=1"],

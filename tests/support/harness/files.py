@@ -93,3 +93,11 @@ def read_settings(path=None):
     parser.optionxform = str
     parser.read_string((path or settings_path()).read_text(encoding="utf-8"))
     return dict(parser["General"]) if parser.has_section("General") else {}
+
+
+def groups(**members):
+    """Names the sandbox's groups: group=True for one that the sandbox's user is in. Everything starts
+    with the one identity there is, so a group it is in is one with its number."""
+    lines = [f"{name.replace('_', '-')}:x:{os.getgid() if inside else 4000 + number}:"
+             for number, (name, inside) in enumerate(members.items())]
+    Path("/etc/group").write_text("\n".join(["root:x:0:", *lines, "nogroup:x:65534:"]) + "\n", encoding="utf-8")
