@@ -59,6 +59,7 @@ void TestDaemonStart::initGoesThroughItsSteps()
                                u"debug: PositionDaemon::init() ORVComm done."_s,
                                u"debug: PositionDaemon::init() GypsyComm done."_s,
                                u"debug: PositionDaemon::init() Client server done."_s,
+                               u"debug: PositionDaemon::init() VESK server done."_s,
                                u"debug: PositionDaemon::init() ContextProvider init done."_s,
                                u"debug: PositionDaemon::init() GNSS power save done"_s,
                                u"debug: PositionDaemon::init() Signal handler done."_s,

@@ -71,13 +71,11 @@ private:
         message.setArguments(arguments);
         return message;
     }
-    void ping(QDBusConnection &bus) const
+    // What the object refuses it answers, and in turn: all that came before has been dealt with then.
+    void settle(QDBusConnection &bus) const
     {
-        const auto message = QDBusMessage::createMethodCall(m_bus.baseService(), Path,
-                                                            u"org.freedesktop.DBus.Peer"_s, u"Ping"_s);
-        QDBusPendingCall reply = bus.asyncCall(message);
+        QDBusPendingCall reply = bus.asyncCall(call({}));
         QTRY_VERIFY(reply.isFinished());
-        QVERIFY(!reply.isError());
     }
 
     QDBusConnection m_bus = QDBusConnection::sessionBus();
@@ -99,7 +97,7 @@ void DBusServerVESKTest::init()
     m_server = new DBusServerVESK(m_host.get(), &m_handler);
     QVERIFY(m_bus.registerObject(Path, m_host.get()));
     m_peer = std::make_unique<Peer>(m_bus.baseService());
-    ping(m_peer->bus()); // its match rules are at the bus
+    settle(m_peer->bus()); // its match rules are at the bus
 }
 
 void DBusServerVESKTest::cleanup()
@@ -115,14 +113,14 @@ void DBusServerVESKTest::passesRequestsOn()
         auto message = call({command});
         QVERIFY(m_peer->bus().send(message));
     }
-    ping(m_peer->bus());
+    settle(m_peer->bus());
     QCOMPARE(m_handler.commands, (QList<int>{0x01, 0x84, -1}));
 }
 
 void DBusServerVESKTest::answersNobodyWhoAsksForAReply()
 {
     QDBusPendingCall reply = m_peer->bus().asyncCall(call({0x84}));
-    ping(m_peer->bus()); // answered behind it
+    settle(m_peer->bus()); // answered behind it
     QCOMPARE(m_handler.commands, QList<int>{0x84});
     QVERIFY(!reply.isFinished());
 }
