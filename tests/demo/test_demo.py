@@ -6,10 +6,7 @@ import pty
 import select
 import shutil
 import signal
-import socket
-import struct
 import subprocess
-import sys
 import tempfile
 import time
 from functools import reduce
@@ -18,9 +15,6 @@ from pathlib import Path
 import pytest
 
 CHECKOUT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(CHECKOUT / "tests" / "support"))
-from harness.display import Display  # noqa: E402
-
 BUILD = Path(os.environ.get("LODESTARD_BUILD", CHECKOUT / "build" / "dev"))
 NEEDED = ("run-demo", "tools/demo", "tools/install-deps", "tests/support", "engines/fake_orv.py")
 PROGRAMS = ("src/daemon/lodestard", "clients/lodestar-watch/lodestar-watch", "engines/orvd-gpsd/orvd-gpsd",
@@ -215,71 +209,6 @@ def test_a_recording_is_replayed_through_gpsd(copy):
     assert status == 0, errors
     shown = [fix for fix in fixes(output) if fix.get("latitude")]
     assert shown and all(abs(fix["latitude"] - 47.377) < 0.002 for fix in shown)
-
-
-# ---- consent
-
-@pytest.fixture
-def display(copy):
-    """A display that wants a cookie which is made out to this host."""
-    fields = (socket.gethostname().encode(), b"", b"MIT-MAGIC-COOKIE-1", os.urandom(16))
-    authority = copy / "authority"
-    authority.write_bytes(struct.pack(">H", 256) + b"".join(struct.pack(">H", len(f)) + f for f in fields))
-    display = Display(authority=authority)
-    yield display
-    display.stop()
-
-
-def press(display, key):
-    """Types the key in the dialog, and returns when the dialog is gone."""
-    display.wait_window("Positioning")
-    display.press(key, until=lambda: not display.windows("Positioning"))
-
-
-def test_on_a_display_the_user_is_asked(copy, display):
-    demo = start(copy, "--ttff", 0, "--json", env={**NO_DISPLAY, **display.environment})
-    display.wait_window("Positioning")
-    assert not select.select([demo.stdout], [], [], 0)[0], "a fix without consent"
-    press(display, "Return")
-    assert demo.stdout.readline().startswith("{")
-    demo.send_signal(signal.SIGTERM)
-    status, _, errors = finish(demo)
-    assert status == 0
-    assert "You are asked for consent on your display: positioning starts when you allow it.\n" in errors
-
-
-def test_without_consent_nothing_arrives(copy, display):
-    demo = start(copy, "--ttff", 0, "--json", env={**NO_DISPLAY, **display.environment})
-    press(display, "Escape")
-    demo.send_signal(signal.SIGTERM)
-    assert finish(demo)[:2] == (1, "")
-
-
-def test_with_seconds_nobody_is_asked(copy, display):
-    demo = start(copy, "--seconds", 6, "--ttff", 0, "--json", env={**NO_DISPLAY, **display.environment})
-    assert demo.stdout.readline().startswith("{")
-    assert not display.windows("Positioning")
-    assert finish(demo)[0] == 0
-
-
-@pytest.mark.parametrize("name", ["", ":4711", "elsewhere.example:0"])
-def test_without_a_display_the_demo_answers_for_itself(copy, name):
-    demo = start(copy, "--ttff", 0, "--json", env={**NO_DISPLAY, "DISPLAY": name, "WAYLAND_DISPLAY": "wayland-4711"})
-    assert demo.stdout.readline().startswith("{")
-    demo.send_signal(signal.SIGTERM)
-    status, _, errors = finish(demo)
-    assert status == 0
-    assert "Since there is no display here, the demo answers that for itself: allowed.\n" in errors
-
-
-def test_a_display_that_shows_no_dialog_counts_as_none(copy, display):
-    (copy / "built" / PROGRAMS[3]).write_text("#!/bin/sh\nexit 3\n")
-    demo = start(copy, "--ttff", 0, "--json", env={**NO_DISPLAY, **display.environment})
-    assert demo.stdout.readline().startswith("{")
-    demo.send_signal(signal.SIGTERM)
-    status, _, errors = finish(demo)
-    assert status == 0
-    assert "Since no dialog can be shown on this display, the demo answers that for itself: allowed.\n" in errors
 
 
 def test_help_and_wrong_usage(copy):

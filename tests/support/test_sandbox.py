@@ -126,6 +126,14 @@ def test_two_sandboxes_know_nothing_of_each_other():
     assert [process.communicate("go\n", timeout=10)[0] for process in pair] == ["one\n", "two\n"]
 
 
+def test_a_file_is_given_in_and_is_the_users_own():
+    sys.path.insert(0, str(HERE))
+    from sandbox import Sandbox
+    script = "cat ~/.given; stat -c ' %a %U' ~/.given"
+    with Sandbox(files={"/home/user/.given": b"\xff\n\0"}).popen(["sh", "-c", script], stdout=subprocess.PIPE) as process:
+        assert process.communicate(timeout=10)[0] == b"\xff\n\0 600 user\n"
+
+
 def test_an_honest_failure_without_bubblewrap():
     result = subprocess.run(["/usr/bin/python3", SANDBOX, "--", "true"], text=True, capture_output=True,
                             env={"PATH": "/nonexistent"}, check=False)
