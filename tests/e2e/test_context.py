@@ -195,9 +195,9 @@ def test_the_state_and_the_coordinates_are_sent_to_subscribers_alone(stage, road
         each.subscribe(COORDINATES)
     for latitude in (2, 3):
         road.fix(client, latitude)
-    client.stop()
     start_of(road.engine, 6001)
     road.settle()
+    client.stop()
     for each in (subscriber, other):
         assert len(each.values(COORDINATES)) == 2
     lines = monitor.settled_lines(stage.session)

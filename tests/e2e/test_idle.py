@@ -6,7 +6,9 @@ import time
 from pathlib import Path
 
 from harness import wire
-from harness.mailbox import wait_until
+from harness.mailbox import DEADLINE, wait_until
+from harness.peers import FakeScreenSaver
+from harness.road import Road
 
 
 def window():
@@ -42,3 +44,26 @@ def test_no_thread_wakes_up_in_an_idle_minute(stage, ready_engine):
     assert daemon.lines()[lines:] == []
     assert stage.client().register() == 6000  # it is asleep, not dead
     assert wake_ups(daemon) != before
+
+
+def test_no_thread_wakes_up_while_satellites_are_withheld(stage):
+    """A client searches under a dark screen. The minute of the first withheld round takes six seconds;
+    only the round's own end is to wake anybody."""
+    FakeScreenSaver(stage.session, active=True)
+    road = Road(stage, faketime="+0 x10")
+    road.satellite_client()
+    road.engine.expect(wire.GnssRequest, command=wire.STOP, timeout=4 * DEADLINE)
+    road.settle()  # what follows from the stop is done
+    samples = []
+
+    def over():
+        samples.append((time.monotonic(), wake_ups(road.daemon)))
+        return road.engine.pending(wire.GnssRequest)
+
+    wait_until(over, "satellites are allowed again", poll=0.05)
+    end = samples[-1][0]
+    calm = [counts for when, counts in samples if when < end - 0.5]
+    assert samples[len(calm) - 1][0] - samples[0][0] > 3
+    # The last of the stop may still be on its way out in the first quarter of a second.
+    assert all(counts == calm[-1] for counts in calm[5:])
+    assert samples[-1][1] != calm[-1]
