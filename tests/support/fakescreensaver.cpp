@@ -53,8 +53,8 @@ QStringList FakeScreenSaver::takeCalls()
 
 void FakeScreenSaver::answerHeldCalls()
 {
-    for (const QDBusMessage &call : std::exchange(m_held, {}))
-        m_bus.send(call.createReply(m_active));
+    for (const QDBusMessage &reply : std::exchange(m_held, {}))
+        m_bus.send(reply);
 }
 
 bool FakeScreenSaver::handleMessage(const QDBusMessage &message, const QDBusConnection &)
@@ -79,7 +79,7 @@ void FakeScreenSaver::answer(const QDBusMessage &call)
         m_bus.send(call.createReply(u"yes"_s));
         break;
     case Answers::Never:
-        m_held << call;
+        m_held << call.createReply(m_active);
         break;
     }
 }

@@ -24,7 +24,7 @@ public:
     // What was called since the last taking, "GetActive", "Introspect", ...
     QStringList calls() const { return m_calls; }
     QStringList takeCalls();
-    void answerHeldCalls();
+    void answerHeldCalls(); // with what held when they came
 
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override;
     QString introspect(const QString &) const override { return {}; }
