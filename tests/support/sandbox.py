@@ -9,7 +9,8 @@ Runs a command in a bubblewrap sandbox with its own mounts, processes, shared me
 else started it:
 
     fresh, writable   /home/user, /home/tiny (64 KiB, to be filled up), /tmp, /run, /var (with
-                      /var/run -> /run), /etc/xdg/varn, /etc/lodestard, /sys, the root itself
+                      /var/run -> /run), /etc/xdg/varn, /etc/lodestard, /etc/geoclue, /sys, the
+                      root itself
     read-only         the rest of /etc and /usr, the checkout, every --bind-ro path
     provided          /usr/bin/python2.6 (the system's python3) and
                       /usr/lib/lodestard-tests/fake_orv.py (the checkout's engines/fake_orv.py)
@@ -124,7 +125,7 @@ class Sandbox:
     @staticmethod
     def _etc(descriptors):
         arguments = []
-        for entry in _entries("/etc", without={"xdg", "lodestard", *ETC_FILES}):
+        for entry in _entries("/etc", without={"xdg", "lodestard", "geoclue", *ETC_FILES}):
             arguments += _as_it_is(entry)
         if os.path.isdir("/etc/xdg"):
             for entry in _entries("/etc/xdg", without={"varn"}):
@@ -132,7 +133,7 @@ class Sandbox:
         for name, content in ETC_FILES.items():
             descriptors.append(_memory_file(name, content.encode()))
             arguments += ["--perms", "0644", "--file", descriptors[-1], f"/etc/{name}"]
-        return arguments + ["--dir", "/etc/xdg/varn", "--dir", "/etc/lodestard"]
+        return arguments + ["--dir", "/etc/xdg/varn", "--dir", "/etc/lodestard", "--dir", "/etc/geoclue"]
 
     def _surroundings(self):
         environment = {

@@ -12,7 +12,8 @@ import pytest
 
 HERE = Path(__file__).resolve().parent
 SANDBOX = HERE / "sandbox.py"
-WRITABLE = ("/home/user", "/home/tiny", "/tmp", "/run", "/var/lib", "/etc/xdg/varn", "/etc/lodestard", "/sys")
+WRITABLE = ("/home/user", "/home/tiny", "/tmp", "/run", "/var/lib", "/etc/xdg/varn", "/etc/lodestard",
+            "/etc/geoclue", "/sys")
 
 
 def sandboxed(*command, before=(), script=SANDBOX, options=(), **keywords):

@@ -13,7 +13,8 @@ LOGS = DOCUMENTS / "location_logs"
 OPERATOR_SETTINGS = Path("/etc/xdg/varn/location-settings.conf")
 SYSINFO = Path("/etc/lodestard/sysinfo")
 INTERNAL_GPS = "certs/ccc/pp/internal-gps-raw"
-EMPTIED = ("/home", "/tmp", "/run", "/var/lib", "/var/cache", "/etc/xdg/varn", "/etc/lodestard", "/sys")
+EMPTIED = ("/home", "/tmp", "/run", "/var/lib", "/var/cache", "/etc/xdg/varn", "/etc/lodestard", "/etc/geoclue",
+           "/sys")
 KEPT = (HOME, SMALL_HOME, Path("/run/user"), Path(os.environ.get("XDG_RUNTIME_DIR", "/run/user/1000")),
         Path("/run/lock"))
 

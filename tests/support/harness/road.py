@@ -9,6 +9,8 @@ from datetime import datetime
 from harness import client as app
 from harness import files, wire
 from harness.daemon import LINE
+from harness.geoclue import NAME as GEOCLUE
+from harness.geoclue import FakeGeoClue
 from harness.mailbox import wait_until
 
 JULIAN_DAY_OF_ORDINAL_0 = 1721425
@@ -16,10 +18,13 @@ EMPTY_FIX = bytes(4) + b"\xff" * 4 + b"\0" + struct.pack(">ddd", *[math.nan] * 3
 
 
 class Road:
-    """A daemon whose engine is ready. `consent=False` leaves the user's consent out."""
+    """A daemon whose engine is ready. `consent=False` leaves the user's consent out. Network positions
+    are searched for and not found for 20 s, unless the test brings its own GeoClue or `geoclue=False`."""
 
-    def __init__(self, stage, *arguments, consent=True, engine_path=None, **options):
+    def __init__(self, stage, *arguments, consent=True, engine_path=None, geoclue=True, **options):
         self.stage = stage
+        if geoclue and not stage.system.owner_of(GEOCLUE):
+            FakeGeoClue(stage.system)
         if consent:
             files.marker("location_ok")
         self.engine = stage.engine(**({"path": engine_path} if engine_path else {}))
