@@ -1,6 +1,7 @@
 #include "core/fixdistribution.h"
 
 #include "core/methodselection.h"
+#include "platform/veskpositioning.h"
 
 #include <cmath>
 #include <limits>
@@ -29,6 +30,11 @@ FreeFix freeFix(FixSource source, const std::optional<FixReceiver> &client)
 NetworkState networkStateAfter(const QGeoPositionInfo &fix, NetworkState before)
 {
     return fix.coordinate().isValid() ? NetworkState::Fix : before;
+}
+
+bool fallsBackToSupl(int networkError, bool suplFallback, bool engineReady)
+{
+    return networkError == vesk::UnknownLocation && suplFallback && engineReady;
 }
 
 const QGeoPositionInfo &newerFix(const QGeoPositionInfo &satellite, const QGeoPositionInfo &network)

@@ -31,5 +31,9 @@ std::optional<int> wholeVariation(const QGeoPositionInfo &fix);
 // A network fix with a valid coordinate is what network positioning was after.
 NetworkState networkStateAfter(const QGeoPositionInfo &fix, NetworkState before);
 
+// What the network library could not locate, the engine may: where the product wants that, and while
+// there is an engine to ask. networkError is the library's code.
+bool fallsBackToSupl(int networkError, bool suplFallback, bool engineReady);
+
 // The satellite fix only when the network fix is strictly older.
 const QGeoPositionInfo &newerFix(const QGeoPositionInfo &satellite, const QGeoPositionInfo &network);

@@ -33,6 +33,7 @@ class LocationGConfSettings;
 class LocationSecureSettings;
 class Scheduler;
 class SignalPipe;
+class VESKComm;
 
 // Owns every component and is the only place where they meet. It holds no rule: it gathers what a
 // decision depends on, asks the value that decides, carries out the answer and logs.
@@ -71,6 +72,7 @@ public slots: // the order is part of the interface
     void userSettingsChanged(QString key);
     void onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &fix);
     void onPositionUpdateSUPL(QGeoPositionInfo &fix);
+    void onPositionUpdateVESK(QGeoPositionInfo &fix, int error);
     void onSatellitesInView(QList<QGeoSatelliteInfo> &satellites);
     void onSatellitesInUse(QList<QGeoSatelliteInfo> &satellites);
     void onGNSSStateUpdated(ORVComm::GNSSState state);
@@ -139,6 +141,7 @@ private:
     // network positions
     bool askEngineForNetworkFix(); // false when there is no engine to ask
     void handOnEmptyFix();
+    void repeatRefusedRequest();
 
     // fixes
     void deliver(ClientApp &client, QGeoPositionInfo &fix, FixSource source);
@@ -164,6 +167,7 @@ private:
     QObject m_veskHost;
     QObject m_settingsHost;
     std::unique_ptr<ORVComm> orvComm; // none when the internal GPS is disabled
+    std::unique_ptr<VESKComm> veskComm;
     std::unique_ptr<GypsyComm> gypsyComm;
     std::unique_ptr<ClientDBusServer> clientServer;
     std::unique_ptr<DBusServerVESK> veskServer;
@@ -194,6 +198,7 @@ private:
     bool initDone = false;
     bool orvClientsBlocked = false; // while true, no request reaches the engine
     bool m_suplAwaited = false;     // the engine was asked for a network position and has not answered
+    bool m_networkRefused = false;  // the last request for a network position was, and its batch waits
     bool assigning = false;
     bool m_planAgain = false; // a setting changed inside a plan
     PlanCache m_planCache;

@@ -7,6 +7,7 @@
 #include "core/signalpipe.h"
 #include "core/singleinstance.h"
 #include "network/dbusservervesk.h"
+#include "network/veskcomm.h"
 #include "platform/contextproperty.h"
 #include "settings/locationgconfsettings.h"
 #include "settings/locationsecuresettings.h"

@@ -2,6 +2,7 @@
 #include "core/busylog.h"
 #include "core/positiondaemon.h"
 #include "core/scheduler.h"
+#include "network/veskcomm.h"
 
 #include <QDebug>
 
@@ -13,14 +14,19 @@ constexpr quint16 NetworkRequestParameter = 20; // goes with every request for o
 
 void PositionDaemon::initNetworkAdapter()
 {
-    // The network adapter is connected here.
+    veskComm = std::make_unique<VESKComm>(m_clock);
+    connect(veskComm.get(), &VESKComm::positionUpdateVESK, this, &PositionDaemon::onPositionUpdateVESK);
+    qDebug("PositionDaemon::init() VESKComm done.");
 }
 
 void PositionDaemon::requestPositionSUPL()
 {
     if (m_flags.veskInUse) {
         qDebug("PositionDaemon: Sending Network Location request to VESK.");
-        // The network adapter is asked here.
+        const int refused =
+            veskComm->requestPositionVESK(!m_flags.wifiDisabled, !m_flags.cellularDisabled,
+                                          !m_flags.connectivityDisabled, NetworkRequestParameter);
+        m_networkRefused = refused != 0;
     } else if (orvComm) {
         qDebug("PositionDaemon: Sending SUPL Location request to ORV.");
         if (!askEngineForNetworkFix())
@@ -47,10 +53,29 @@ void PositionDaemon::handOnEmptyFix()
     onPositionUpdateSUPL(nowhere);
 }
 
+// A refused request leaves its batch waiting, and no later one is asked for meanwhile. While another
+// request is outstanding its answer takes the batch; with nothing to locate by, a setting refused it.
+void PositionDaemon::repeatRefusedRequest()
+{
+    if (m_networkRefused && !m_flags.networkDisabled)
+        requestPositionSUPL();
+}
+
+void PositionDaemon::onPositionUpdateVESK(QGeoPositionInfo &fix, int error)
+{
+    if (fallsBackToSupl(error, m_flags.suplFallback, !orvClientsBlocked)) {
+        qDebug("PositionDaemon::%s: Unknown location. Fallback to SUPL", __func__);
+        if (askEngineForNetworkFix())
+            return;
+    }
+    onPositionUpdateSUPL(fix);
+}
+
 void PositionDaemon::onPositionUpdateSUPL(QGeoPositionInfo &fix)
 {
     qDebug("PositionDaemon::%s", __func__);
     m_suplAwaited = false;
+    m_networkRefused = false;
     nonsatelliteState = networkStateAfter(fix, nonsatelliteState);
     contextSetState();
     updateContextCoordinates(fix);

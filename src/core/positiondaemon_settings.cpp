@@ -36,6 +36,7 @@ void PositionDaemon::userSettingsChanged(QString key)
 
     updateMethodAvailability();
     assignClients();
+    repeatRefusedRequest();
 }
 
 void PositionDaemon::stopSatelliteSessions()

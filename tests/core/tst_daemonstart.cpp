@@ -57,6 +57,7 @@ void TestDaemonStart::initGoesThroughItsSteps()
                                u"debug: Settings: Network positioning [ ON]"_s,
                                u"debug: PositionDaemon::init() Settings done."_s,
                                u"debug: PositionDaemon::init() ORVComm done."_s,
+                               u"debug: PositionDaemon::init() VESKComm done."_s,
                                u"debug: PositionDaemon::init() GypsyComm done."_s,
                                u"debug: PositionDaemon::init() Client server done."_s,
                                u"debug: PositionDaemon::init() VESK server done."_s,

@@ -39,6 +39,8 @@ private slots:
     void newPosition();
     void freeFixes_data();
     void freeFixes();
+    void fallback_data();
+    void fallback();
     void newer_data();
     void newer();
     void networkState_data();
@@ -118,6 +120,29 @@ void TestFixDistribution::freeFixes()
     QFETCH(FixSource, source);
     QFETCH(Receiver, client);
     QTEST(freeFix(source, client), "expected");
+}
+
+void TestFixDistribution::fallback_data()
+{
+    QTest::addColumn<int>("error");
+    QTest::addColumn<bool>("wanted");
+    QTest::addColumn<bool>("engineReady");
+    QTest::addColumn<bool>("expected");
+
+    QTest::newRow("an unknown location goes to the engine") << -2105 << true << true << true;
+    QTest::newRow("where the product wants that") << -2105 << false << true << false;
+    QTest::newRow("while there is an engine") << -2105 << true << false << false;
+    QTest::newRow("success does not") << 0 << true << true << false;
+    QTest::newRow("a refusal does not") << -2104 << true << true << false;
+    QTest::newRow("a cancelled request does not") << -2100 << true << true << false;
+}
+
+void TestFixDistribution::fallback()
+{
+    QFETCH(int, error);
+    QFETCH(bool, wanted);
+    QFETCH(bool, engineReady);
+    QTEST(fallsBackToSupl(error, wanted, engineReady), "expected");
 }
 
 void TestFixDistribution::newer_data()

@@ -5,7 +5,7 @@
 
 namespace {
 
-// The whole interface in its order; slots of components that are not there are left out.
+// The whole interface in its order.
 constexpr const char *Order[] = {
     "settingVESK(int,int)",
     "userSettingsChanged(QString)",
@@ -60,19 +60,14 @@ class TestMetaObject : public QObject
 private slots:
     void methodsStandInTheirOrder();
     void theSignalComesFirstAndNamesItsArguments();
-    void theSlotsOfTheCoreAreThere();
 };
 
 void TestMetaObject::methodsStandInTheirOrder()
 {
-    const QList<QByteArray> declared = declaredMethods();
     QList<QByteArray> expected;
-    for (const char *signature : Order) {
-        const QByteArray normalized = registered(signature);
-        if (declared.contains(normalized))
-            expected << normalized;
-    }
-    QCOMPARE(declared, expected);
+    for (const char *signature : Order)
+        expected << registered(signature);
+    QCOMPARE(declaredMethods(), expected);
 }
 
 void TestMetaObject::theSignalComesFirstAndNamesItsArguments()
@@ -83,14 +78,6 @@ void TestMetaObject::theSignalComesFirstAndNamesItsArguments()
     QCOMPARE(first.parameterNames(), (QList<QByteArray>{"setting", "enabled"}));
     for (int index = meta.methodOffset() + 1; index < meta.methodCount(); ++index)
         QCOMPARE(meta.method(index).methodType(), QMetaMethod::Slot);
-}
-
-void TestMetaObject::theSlotsOfTheCoreAreThere()
-{
-    const QList<QByteArray> declared = declaredMethods();
-    for (const int index :
-         {0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26})
-        QVERIFY2(declared.contains(registered(Order[index])), Order[index]);
 }
 
 QTEST_APPLESS_MAIN(TestMetaObject)

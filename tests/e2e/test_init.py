@@ -18,6 +18,7 @@ ORDER = [
     "Settings: Network positioning [ ON]",
     "PositionDaemon::init() Settings done.",
     "PositionDaemon::init() ORVComm done.",
+    "PositionDaemon::init() VESKComm done.",
     "PositionDaemon::init() GypsyComm done.",
     "PositionDaemon::init() Client server done.",
     "PositionDaemon::init() VESK server done.",
