@@ -3,9 +3,6 @@
 #include "core/methodselection.h"
 #include "platform/veskpositioning.h"
 
-#include <cmath>
-#include <limits>
-
 bool receivesOwnSatelliteFix(const FixReceiver &client, bool satelliteDisabled)
 {
     return !client.stopped && !satelliteDisabled;
@@ -40,14 +37,4 @@ bool fallsBackToSupl(int networkError, bool suplFallback, bool engineReady)
 const QGeoPositionInfo &newerFix(const QGeoPositionInfo &satellite, const QGeoPositionInfo &network)
 {
     return network.timestamp() < satellite.timestamp() ? satellite : network;
-}
-
-std::optional<int> wholeVariation(const QGeoPositionInfo &fix)
-{
-    if (!fix.hasAttribute(QGeoPositionInfo::MagneticVariation))
-        return std::nullopt;
-    const double degrees = fix.attribute(QGeoPositionInfo::MagneticVariation) + 0.5;
-    if (!(std::abs(degrees) <= std::numeric_limits<int>::max())) // not a number, or none that fits
-        return std::nullopt;
-    return int(degrees);
 }

@@ -24,10 +24,6 @@ bool isNewPosition(const QGeoPositionInfo &fix, const QGeoPositionInfo &latest);
 enum class FreeFix { Forget, Skip, Send };
 FreeFix freeFix(FixSource source, const std::optional<FixReceiver> &client);
 
-// A fix's magnetic variation in the whole degrees of the status key: half a degree is added and the
-// fraction cut off, so 2.5 gives 3, -2.4 gives -1 and -0.6 gives 0. Nothing when it is not known.
-std::optional<int> wholeVariation(const QGeoPositionInfo &fix);
-
 // A network fix with a valid coordinate is what network positioning was after.
 NetworkState networkStateAfter(const QGeoPositionInfo &fix, NetworkState before);
 

@@ -5,6 +5,7 @@
 #include "core/clientregistry.h"
 #include "core/contextstate.h"
 #include "core/fixdistribution.h"
+#include "core/magneticvariation.h"
 #include "core/methodselection.h"
 #include "core/powersavecycle.h"
 #include "core/sessionplan.h"
@@ -195,6 +196,7 @@ private:
     QTimer unsubscribeTimer; // lets go of the screen
     QGeoPositionInfo m_latestSatelliteFix;
     QGeoPositionInfo m_latestNetworkFix;
+    WrittenVariation m_variation;
     bool initDone = false;
     bool orvClientsBlocked = false; // while true, no request reaches the engine
     bool m_suplAwaited = false;     // the engine was asked for a network position and has not answered

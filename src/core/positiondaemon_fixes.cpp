@@ -18,8 +18,8 @@ std::optional<FixReceiver> receiver(const ClientApp *client)
 
 void PositionDaemon::onPositionUpdateGNSS(quint16 sessionId, QGeoPositionInfo &fix)
 {
-    // The store is written to only when the number is another one: there are thousands of fixes.
-    if (const auto variation = wholeVariation(fix))
+    const auto variation = wholeVariation(fix);
+    if (variation && m_variation.isDue(*variation, m_clock.monotonic()))
         gconfSettings->set(LocationGConfSettings::KeyMagneticVariation, *variation);
     ClientApp *client = m_registry.findSession(sessionId);
     if (!client) {

@@ -73,29 +73,21 @@ public:
         return dconf;
     }
 
-    Dconf()
-        : m_client(dconf_client_new(), g_object_unref)
-        , m_bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr))
+    // GLib would end the process when the bus ends, on the connection that libdconf has made.
+    static void outliveTheBus()
     {
-        // The connection that libdconf shares with us would end the process when the bus ends.
-        if (m_bus)
-            g_dbus_connection_set_exit_on_close(m_bus, FALSE);
+        if (GDBusConnection *bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr)) {
+            g_dbus_connection_set_exit_on_close(bus, FALSE);
+            g_object_unref(bus);
+        }
     }
-    ~Dconf()
-    {
-        if (m_bus)
-            g_object_unref(m_bus);
-    }
-    Dconf(const Dconf &) = delete;
-    Dconf &operator=(const Dconf &) = delete;
 
     DConfClient *client() const { return m_client.get(); }
     Value read(const QByteArray &key) const { return own(dconf_client_read(client(), key.constData())); }
     void write(const QByteArray &key, const Value &value);
 
 private:
-    std::shared_ptr<DConfClient> m_client; // a late write's too
-    GDBusConnection *m_bus;
+    std::shared_ptr<DConfClient> m_client{dconf_client_new(), g_object_unref}; // a late write's too
     DeadlineWorker m_worker{LongestWrite};
 };
 
@@ -122,6 +114,8 @@ public:
     {
         m_handler = g_signal_connect(dconf->client(), "changed", G_CALLBACK(onChanged), this);
         dconf_client_watch_fast(dconf->client(), m_key.constData());
+        // Not before the event loop: by then libdconf has connected, beside the program's start.
+        QMetaObject::invokeMethod(item, &Dconf::outliveTheBus, Qt::QueuedConnection);
     }
     ~Watch()
     {

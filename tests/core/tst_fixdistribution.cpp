@@ -4,14 +4,11 @@
 #include <QDateTime>
 #include <QTest>
 
-#include <limits>
-
 using Receiver = std::optional<FixReceiver>;
 Q_DECLARE_METATYPE(Receiver)
 Q_DECLARE_METATYPE(FreeFix)
 Q_DECLARE_METATYPE(FixSource)
 Q_DECLARE_METATYPE(NetworkState)
-Q_DECLARE_METATYPE(std::optional<int>)
 
 namespace {
 
@@ -45,9 +42,6 @@ private slots:
     void newer();
     void networkState_data();
     void networkState();
-    void variation_data();
-    void variation();
-    void unknownVariation();
 };
 
 void TestFixDistribution::ownSession_data()
@@ -185,43 +179,6 @@ void TestFixDistribution::networkState()
     QFETCH(QGeoPositionInfo, fix);
     QFETCH(NetworkState, before);
     QTEST(networkStateAfter(fix, before), "after");
-}
-
-void TestFixDistribution::variation_data()
-{
-    QTest::addColumn<double>("degrees");
-    QTest::addColumn<std::optional<int>>("whole");
-
-    using Whole = std::optional<int>;
-    QTest::newRow("none at all") << 0.0 << Whole(0);
-    QTest::newRow("below a half goes down") << 2.4 << Whole(2);
-    QTest::newRow("a half goes up") << 2.5 << Whole(3);
-    QTest::newRow("a negative one loses its fraction after the half was added") << -2.4 << Whole(-1);
-    QTest::newRow("a negative whole number goes up with it") << -2.0 << Whole(-1);
-    QTest::newRow("a bit below zero is zero") << -0.6 << Whole(0);
-    QTest::newRow("one and a half below zero is minus one") << -1.5 << Whole(-1);
-    QTest::newRow("the most that the engine can say") << 327.67 << Whole(328);
-    QTest::newRow("the least that the engine can say") << -327.67 << Whole(-327);
-    QTest::newRow("not a number") << std::numeric_limits<double>::quiet_NaN() << Whole();
-    QTest::newRow("infinite") << std::numeric_limits<double>::infinity() << Whole();
-    QTest::newRow("beyond what fits") << -3e9 << Whole();
-}
-
-void TestFixDistribution::variation()
-{
-    QFETCH(double, degrees);
-    QFETCH(std::optional<int>, whole);
-    QGeoPositionInfo fix = fixAt(Here);
-    fix.setAttribute(QGeoPositionInfo::MagneticVariation, degrees);
-    QCOMPARE(wholeVariation(fix), whole);
-}
-
-void TestFixDistribution::unknownVariation()
-{
-    QGeoPositionInfo fix = fixAt(Here);
-    fix.setAttribute(QGeoPositionInfo::Direction, 90);
-    QVERIFY(!wholeVariation(fix));
-    QVERIFY(!wholeVariation({}));
 }
 
 QTEST_APPLESS_MAIN(TestFixDistribution)

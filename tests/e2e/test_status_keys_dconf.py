@@ -8,6 +8,7 @@ import pytest
 
 from harness import files
 from harness.keystore import FOLDER, KeyStore
+from harness.mailbox import wait_until
 
 SERVICE = "ca.desrt.dconf"
 
@@ -131,6 +132,21 @@ def test_a_service_that_hangs_delays_the_start_only_for_a_while(stage, hung_serv
     for name, value in (("magneticvariation", 0.0), ("networkPositioning", True), ("VESK", True)):
         keys.wait_for(name, value)
     assert daemon.errors() == []
+
+
+def test_a_value_that_is_taken_back_while_the_service_hangs(stage):
+    daemon, settings, keys = stage.daemon(), stage.settings(), KeyStore(stage.session)
+    assert settings.set("ContinuousLocationCleanup", False)
+    threads = daemon.status("Threads")
+    pid = stage.session.pid_of(SERVICE)
+    os.kill(pid, signal.SIGSTOP)
+    try:
+        assert settings.set("SatellitePositioning", False)  # on its way
+        assert settings.set("SatellitePositioning", True)  # what the database still holds
+    finally:
+        os.kill(pid, signal.SIGCONT)
+    wait_until(lambda: daemon.status("Threads") == threads, "the last write is over")
+    assert keys.read("satellitePositioning") is True
 
 
 def test_nothing_of_a_hanging_service_holds_the_end_up(stage, hung_service):
