@@ -130,29 +130,15 @@ public:
     const std::shared_ptr<Dconf> dconf = Dconf::instance();
 
 private:
-    // Each change is a path below the prefix; one that ends with a slash is all that lies below it.
-    bool isMeant(const QByteArray &path) const
+    // Not every call is news for this key: dconf tells all items of every watched key, and also speaks
+    // up when a change and the beginning of a watch cross.
+    static void onChanged(DConfClient *, const char *, const char *const *, const char *, Watch *watch)
     {
-        return path == m_key || (path.endsWith('/') && m_key.startsWith(path));
-    }
-    static void onChanged(DConfClient *, const char *prefix, const char *const *changes, const char *,
-                          Watch *watch)
-    {
-        for (; *changes; ++changes) {
-            if (watch->isMeant(QByteArray(prefix) + *changes)) {
-                watch->tell();
-                return;
-            }
-        }
-    }
-    // dconf also speaks up when a change and the beginning of the watch cross.
-    void tell()
-    {
-        const Value value = dconf->read(m_key);
-        if (areEqual(value, m_told))
+        const Value value = watch->dconf->read(watch->m_key);
+        if (areEqual(value, watch->m_told))
             return;
-        m_told = value;
-        emit m_item->valueChanged();
+        watch->m_told = value;
+        emit watch->m_item->valueChanged();
     }
 
     GConfItem *const m_item;
