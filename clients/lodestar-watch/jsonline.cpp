@@ -38,9 +38,7 @@ QJsonObject satelliteObject(const QGeoSatelliteInfo &satellite, bool used)
     return object;
 }
 
-} // namespace
-
-QByteArray jsonLine(const QGeoPositionInfo &fix, const WatchState &state, bool withSatellites)
+QJsonObject fixObject(const QGeoPositionInfo &fix)
 {
     QJsonObject object{{u"valid"_s, fix.isValid()}};
     if (fix.timestamp().isValid()) {
@@ -59,6 +57,14 @@ QByteArray jsonLine(const QGeoPositionInfo &fix, const WatchState &state, bool w
         if (fix.hasAttribute(attribute))
             object[QLatin1StringView(name)] = fix.attribute(attribute);
     }
+    return object;
+}
+
+} // namespace
+
+QByteArray jsonLine(const QGeoPositionInfo &fix, const WatchState &state, bool withSatellites)
+{
+    QJsonObject object = fixObject(fix);
     object[u"satellitesInView"_s] = state.inView.size();
     object[u"satellitesUsed"_s] = state.usedPrns.size();
     if (withSatellites) {
@@ -67,5 +73,12 @@ QByteArray jsonLine(const QGeoPositionInfo &fix, const WatchState &state, bool w
             satellites.append(satelliteObject(satellite, state.isUsed(satellite)));
         object[u"satellites"_s] = satellites;
     }
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+QByteArray networkJsonLine(const QGeoPositionInfo &fix)
+{
+    QJsonObject object = fixObject(fix);
+    object[u"client"_s] = u"network"_s;
     return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }

@@ -55,6 +55,37 @@ QString headingText(const QGeoPositionInfo &fix)
     return u"%1%2 %3"_s.arg(heading, 0, 'f', 1).arg(QChar(0x00B0)).arg(compassPoint(heading));
 }
 
+QString ageText(const WatchState &state, const QDateTime &now)
+{
+    return u"%1 s ago"_s.arg(double(state.lastReport.msecsTo(now)) / 1000.0, 0, 'f', 1);
+}
+
+// Where, how exact, how many so far and how old: what the network knows in one line.
+QString networkText(const WatchState &state, const QDateTime &now)
+{
+    if (!state.lastReport.isValid())
+        return u"no answer yet"_s;
+    if (state.fixLost)
+        return u"no position, "_s + ageText(state, now);
+    const QGeoCoordinate place = state.fix->coordinate();
+    return u"%1 %2  %3 across  fix %4, %5"_s.arg(
+        coordinateText(place.latitude(), u'N', u'S'), coordinateText(place.longitude(), u'E', u'W'),
+        attributeText(*state.fix, QGeoPositionInfo::HorizontalAccuracy, u"%1 m"_s, 0),
+        QString::number(state.fixes), ageText(state, now));
+}
+
+QString fixText(const QGeoPositionInfo &fix)
+{
+    if (!fix.isValid())
+        return u"no position"_s;
+    const QGeoCoordinate place = fix.coordinate();
+    const QString altitude = std::isnan(place.altitude()) ? u"--"_s : metres(place.altitude());
+    return u"%1  %2 %3  altitude %4  accuracy %5  speed %6  heading %7"_s.arg(
+        fix.timestamp().toString(u"HH:mm:ss"_s), QString::number(place.latitude(), 'f', 7),
+        QString::number(place.longitude(), 'f', 7), altitude, accuracyText(fix), speedText(fix),
+        headingText(fix));
+}
+
 QString statusText(const WatchState &state)
 {
     if (state.fixLost)
@@ -80,7 +111,7 @@ void drawHeader(Canvas &canvas, const WatchState &state)
     canvas.rule(1);
 }
 
-void drawFix(Canvas &canvas, const WatchState &state, const QDateTime &now)
+void drawFix(Canvas &canvas, const WatchState &state, const WatchState *network, const QDateTime &now)
 {
     const int right = canvas.columns() / 2 + 2;
     const auto field = [&canvas](int row, int column, const QString &name, const QString &value) {
@@ -101,9 +132,13 @@ void drawFix(Canvas &canvas, const WatchState &state, const QDateTime &now)
     field(5, right, u"Travelled"_s, metres(state.travelledMetres, 0));
     QString count = QString::number(state.fixes);
     if (state.lastReport.isValid())
-        count += u", last %1 s ago"_s.arg(double(state.lastReport.msecsTo(now)) / 1000.0, 0, 'f', 1);
+        count += u", last "_s + ageText(state, now);
     field(6, right, u"Fixes"_s, count);
-    canvas.rule(7);
+    // In the rule's place, so that the sky still fits into 24 rows.
+    if (network)
+        field(7, 1, u"Network"_s, networkText(*network, now));
+    else
+        canvas.rule(7);
 }
 
 // The sky as seen lying on one's back would mirror east and west; this is the map's view: north up, east
@@ -180,11 +215,12 @@ void drawFooter(Canvas &canvas, const WatchState &state)
 
 } // namespace
 
-QStringList drawScreen(const WatchState &state, const ScreenStyle &style, const QDateTime &now)
+QStringList drawScreen(const WatchState &state, const WatchState *network, const ScreenStyle &style,
+                       const QDateTime &now)
 {
     Canvas canvas(style);
     drawHeader(canvas, state);
-    drawFix(canvas, state, now);
+    drawFix(canvas, state, network, now);
     constexpr int top = 8;
     if (canvas.rows() > top + 2 * SkyRadiusRows + 1)
         drawSky(canvas, state, top);
@@ -196,12 +232,10 @@ QStringList drawScreen(const WatchState &state, const ScreenStyle &style, const 
 QString plainLine(const QGeoPositionInfo &fix, qsizetype inView, qsizetype used)
 {
     const QString satellites = u"%1 in view, %2 used"_s.arg(inView).arg(used);
-    if (!fix.isValid())
-        return u"no position, "_s + satellites;
-    const QGeoCoordinate place = fix.coordinate();
-    const QString altitude = std::isnan(place.altitude()) ? u"--"_s : metres(place.altitude());
-    return u"%1  %2 %3  altitude %4  accuracy %5  speed %6  heading %7  %8"_s.arg(
-        fix.timestamp().toString(u"HH:mm:ss"_s), QString::number(place.latitude(), 'f', 7),
-        QString::number(place.longitude(), 'f', 7), altitude, accuracyText(fix), speedText(fix),
-        headingText(fix), satellites);
+    return fixText(fix) + (fix.isValid() ? u"  "_s : u", "_s) + satellites;
+}
+
+QString networkPlainLine(const QGeoPositionInfo &fix)
+{
+    return u"network: "_s + fixText(fix);
 }

@@ -12,7 +12,11 @@ struct ScreenStyle {
     bool unicode = true;
 };
 
-QStringList drawScreen(const WatchState &state, const ScreenStyle &style, const QDateTime &now);
+// `network` is the network client beside it, null when there is none.
+QStringList drawScreen(const WatchState &state, const WatchState *network, const ScreenStyle &style,
+                       const QDateTime &now);
 
 // One plain line a report, for an output that is no terminal.
 QString plainLine(const QGeoPositionInfo &fix, qsizetype inView, qsizetype used);
+// The same for the network client beside it.
+QString networkPlainLine(const QGeoPositionInfo &fix);

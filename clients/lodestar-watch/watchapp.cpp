@@ -22,7 +22,10 @@ void writeLine(const QByteArray &line)
 
 WatchApp::WatchApp(const WatchOptions &options)
     : m_options(options)
-    , m_session(options)
+    , m_session({.path = u"/com/varn/lodestar/watch"_s,
+                 .methods = options.methods,
+                 .intervalMilliseconds = options.intervalMilliseconds,
+                 .satelliteInformation = true})
 {
     connect(&m_session, &WatchSession::registered, this, [this](int id, quint32 methods) {
         m_state.daemon = u"client %1 of lodestard"_s.arg(id);
@@ -45,9 +48,24 @@ WatchApp::WatchApp(const WatchOptions &options)
                 m_state.takeSatellitesInUse(satellites);
                 draw();
             });
+    if (m_options.networkMilliseconds > 0)
+        watchNetwork();
     m_end.setSingleShot(true);
     connect(&m_end, &QTimer::timeout, this, &WatchApp::leave);
     connect(&m_redraw, &QTimer::timeout, this, &WatchApp::draw); // the age of the last fix grows
+}
+
+void WatchApp::watchNetwork()
+{
+    // Any bit of the network methods stands for them all. A client with all of the bits would be
+    // served from the satellite fix that runs for the other one, to spare the network; one bit alone
+    // shows what the network knows meanwhile.
+    constexpr quint32 networkWhateverSatellitesSay = 0x00000100U;
+    m_networkSession =
+        std::make_unique<WatchSession>(Registration{.path = u"/com/varn/lodestar/watch/network"_s,
+                                                    .methods = networkWhateverSatellitesSay,
+                                                    .intervalMilliseconds = m_options.networkMilliseconds});
+    connect(m_networkSession.get(), &WatchSession::fixArrived, this, &WatchApp::onNetworkFix);
 }
 
 void WatchApp::begin()
@@ -62,12 +80,15 @@ void WatchApp::begin()
         m_end.start(std::chrono::seconds(m_options.seconds));
     draw();
     m_session.begin();
+    if (m_networkSession)
+        m_networkSession->begin();
 }
 
 void WatchApp::leave()
 {
     m_terminal.reset();
-    QCoreApplication::exit(int(m_state.fixes > 0 ? WatchStatus::FixesArrived : WatchStatus::NoFix));
+    const bool arrived = m_state.fixes > 0 && (!m_networkSession || m_networkState.fixes > 0);
+    QCoreApplication::exit(int(arrived ? WatchStatus::FixesArrived : WatchStatus::NoFix));
 }
 
 void WatchApp::onFix(const QGeoPositionInfo &fix)
@@ -80,6 +101,16 @@ void WatchApp::onFix(const QGeoPositionInfo &fix)
     draw();
     if (m_options.count > 0 && m_state.fixes >= m_options.count)
         leave();
+}
+
+void WatchApp::onNetworkFix(const QGeoPositionInfo &fix)
+{
+    m_networkState.takeFix(fix, QDateTime::currentDateTime());
+    if (m_options.output == WatchOptions::Output::Json)
+        writeLine(networkJsonLine(fix));
+    else if (!m_terminal)
+        writeLine(networkPlainLine(fix).toLocal8Bit());
+    draw();
 }
 
 void WatchApp::onDaemonMissing(const QString &why)
@@ -108,5 +139,6 @@ void WatchApp::draw()
         return;
     if (m_end.isActive())
         m_state.secondsLeft = int((m_end.remainingTime() + 999) / 1000);
-    m_terminal->show(drawScreen(m_state, Terminal::style(), QDateTime::currentDateTime()));
+    const WatchState *network = m_networkSession ? &m_networkState : nullptr;
+    m_terminal->show(drawScreen(m_state, network, Terminal::style(), QDateTime::currentDateTime()));
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "terminal.h"
+#include "watchoptions.h"
 #include "watchsession.h"
 #include "watchstate.h"
 
@@ -20,7 +21,9 @@ public:
     void leave(); // as asked: by a signal, by --seconds or by --count
 
 private:
+    void watchNetwork();
     void onFix(const QGeoPositionInfo &fix);
+    void onNetworkFix(const QGeoPositionInfo &fix);
     void onDaemonMissing(const QString &why);
     void complain(const QString &text);
     void draw();
@@ -28,6 +31,8 @@ private:
     WatchOptions m_options;
     WatchSession m_session;
     WatchState m_state;
+    std::unique_ptr<WatchSession> m_networkSession; // with --network
+    WatchState m_networkState;
     std::unique_ptr<Terminal> m_terminal;
     QTimer m_redraw;
     QTimer m_end;

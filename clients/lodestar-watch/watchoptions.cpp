@@ -38,7 +38,7 @@ ParsedCommandLine parseCommandLine(const QStringList &arguments)
     QCommandLineParser parser;
     parser.setApplicationDescription(
         u"Shows the fixes and satellites that lodestard hands to applications.\n\n"
-        "Exit status: 0 a fix arrived, 1 none did, 2 wrong usage, 3 lodestard is not there."_s);
+        "Exit status: 0 a fix arrived (with --network: of both clients), 1 none did, 2 wrong usage, 3 lodestard is not there."_s);
     const QCommandLineOption help({u"h"_s, u"help"_s}, u"Show this help and leave."_s);
     const QCommandLineOption version({u"V"_s, u"version"_s}, u"Show the version and leave."_s);
     const QCommandLineOption json({u"j"_s, u"json"_s}, u"Write one line of JSON a report."_s);
@@ -53,8 +53,12 @@ ParsedCommandLine parseCommandLine(const QStringList &arguments)
                                      u"0"_s);
     const QCommandLineOption count({u"n"_s, u"count"_s}, u"Leave after so many valid fixes."_s, u"fixes"_s,
                                    u"0"_s);
+    const QCommandLineOption network(u"network"_s,
+                                     u"Be a second client as well, of network positions this far apart."_s,
+                                     u"milliseconds"_s, u"0"_s);
     const QCommandLineOption wait({u"w"_s, u"wait"_s}, u"Wait for lodestard when it is not there."_s);
-    parser.addOptions({help, version, json, plain, satellites, methods, interval, seconds, count, wait});
+    parser.addOptions(
+        {help, version, json, plain, satellites, methods, interval, seconds, count, network, wait});
 
     if (!parser.parse(arguments))
         return refused(parser.errorText());
@@ -81,8 +85,10 @@ ParsedCommandLine parseCommandLine(const QStringList &arguments)
     const struct {
         const QCommandLineOption &option;
         int &target;
-    } numbers[] = {
-        {interval, options.intervalMilliseconds}, {seconds, options.seconds}, {count, options.count}};
+    } numbers[] = {{interval, options.intervalMilliseconds},
+                   {seconds, options.seconds},
+                   {count, options.count},
+                   {network, options.networkMilliseconds}};
     for (const auto &[option, target] : numbers) {
         const auto value = wholeNumber(parser.value(option));
         if (!value)

@@ -12,8 +12,9 @@ struct WatchOptions {
     Output output = Output::Automatic; // Automatic: the screen on a terminal, plain lines elsewhere
     quint32 methods = 0x000000ffU;     // QGeoPositionInfoSource::PositioningMethods
     int intervalMilliseconds = 1000;
-    int seconds = 0; // ends by itself after this time; 0: never
-    int count = 0;   // ends by itself after so many valid fixes; 0: never
+    int seconds = 0;             // ends by itself after this time; 0: never
+    int count = 0;               // ends by itself after so many valid fixes; 0: never
+    int networkMilliseconds = 0; // interval of a second client, of network positions; 0: no such client
     bool satellitesInJson = false;
     bool wait = false; // wait for a daemon that is not there
 };
@@ -28,8 +29,8 @@ ParsedCommandLine parseCommandLine(const QStringList &arguments);
 
 // Exit statuses a script can rely on.
 enum class WatchStatus : int {
-    FixesArrived = 0, // ended as asked, at least one valid fix was shown
-    NoFix = 1,        // ended as asked without any valid fix
+    FixesArrived = 0, // ended as asked, every client was shown at least one valid fix
+    NoFix = 1,        // ended as asked, a client was without any valid fix
     Usage = 2,        // the command line was wrong
     NoDaemon = 3,     // no session bus, or nobody answers there
 };

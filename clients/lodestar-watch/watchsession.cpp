@@ -23,11 +23,6 @@ QString daemonName()
     return u"com.varn.lodestard.client"_s;
 }
 
-QString callbackPath()
-{
-    return u"/com/varn/lodestar/watch"_s;
-}
-
 QDBusMessage daemonCall(const QString &method, const QVariantList &arguments)
 {
     auto call =
@@ -38,8 +33,8 @@ QDBusMessage daemonCall(const QString &method, const QVariantList &arguments)
 
 } // namespace
 
-WatchSession::WatchSession(const WatchOptions &options)
-    : m_options(options)
+WatchSession::WatchSession(const Registration &registration)
+    : m_registration(registration)
 {
     auto *updates = new UpdatesAdaptor(&m_callbackHost);
     connect(updates, &UpdatesAdaptor::fixArrived, this, &WatchSession::onFix);
@@ -64,7 +59,7 @@ void WatchSession::begin()
         emit daemonMissing(u"there is no session bus: "_s + bus.lastError().message());
         return;
     }
-    bus.registerObject(callbackPath(), &m_callbackHost, QDBusConnection::ExportAdaptors);
+    bus.registerObject(m_registration.path, &m_callbackHost, QDBusConnection::ExportAdaptors);
     m_daemon.setConnection(bus);
     m_daemon.addWatchedService(daemonName());
     registerListener();
@@ -73,7 +68,7 @@ void WatchSession::begin()
 void WatchSession::registerListener()
 {
     auto bus = QDBusConnection::sessionBus();
-    const auto call = daemonCall(u"registerListener"_s, {bus.baseService(), callbackPath()});
+    const auto call = daemonCall(u"registerListener"_s, {bus.baseService(), m_registration.path});
     auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, &WatchSession::onRegistered);
 }
@@ -87,9 +82,10 @@ void WatchSession::onRegistered(QDBusPendingCallWatcher *call)
         return;
     }
     const int id = reply.argumentAt<0>();
-    constexpr int command = CommandStart | CommandSetMethod | CommandSetInterval | CommandSatInfoStart;
+    constexpr int start = CommandStart | CommandSetMethod | CommandSetInterval;
+    const int command = m_registration.satelliteInformation ? start | CommandSatInfoStart : start;
     QDBusConnection::sessionBus().asyncCall(daemonCall(
-        u"configSession"_s, {id, command, int(m_options.methods), m_options.intervalMilliseconds}));
+        u"configSession"_s, {id, command, int(m_registration.methods), m_registration.intervalMilliseconds}));
     emit registered(id, reply.argumentAt<1>());
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "watchoptions.h"
-
 #include <QDBusServiceWatcher>
 #include <QGeoPositionInfo>
 #include <QGeoSatelliteInfo>
@@ -9,13 +7,21 @@
 
 class QDBusPendingCallWatcher;
 
+// One client of the daemon, as this program asks for it.
+struct Registration {
+    QString path;                  // of the object that is called back
+    quint32 methods = 0x000000ffU; // QGeoPositionInfoSource::PositioningMethods
+    int intervalMilliseconds = 1000;
+    bool satelliteInformation = false;
+};
+
 // This application's registration with the daemon: registers, asks to be started, and registers
 // anew when the daemon comes back. Bytes in, values out; what is shown is somebody else's business.
 class WatchSession : public QObject
 {
     Q_OBJECT
 public:
-    explicit WatchSession(const WatchOptions &options);
+    explicit WatchSession(const Registration &registration);
     void begin();
 
 signals:
@@ -31,7 +37,7 @@ private:
     void onRegistered(QDBusPendingCallWatcher *call);
     void onFix(const QByteArray &bytes);
 
-    WatchOptions m_options;
+    Registration m_registration;
     QDBusServiceWatcher m_daemon;
     QObject m_callbackHost;
 };

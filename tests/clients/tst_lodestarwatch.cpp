@@ -53,7 +53,9 @@ private slots:
     void jsonOfAFullFix();
     void jsonOfAnInvalidFixSaysSo();
     void jsonNamesSatellitesOnRequest();
+    void jsonOfTheNetworkClientSaysWhoseItIs();
     void theScreenShowsFixAndSatellites();
+    void theNetworkClientHasALineOfItsOwn();
     void theScreenBeforeAnyFixShowsDashes();
     void aTinyTerminalCutsWithoutHarm();
     void withoutUnicodeOnlyAsciiIsDrawn();
@@ -75,6 +77,8 @@ void TestLodestarWatch::options_data()
     QTest::newRow("all methods, short options")
         << QStringList{u"-m"_s, u"all"_s, u"-i"_s, u"5000"_s} << 0xffffffffU << 5000 << 0 << 0;
     QTest::newRow("limits") << QStringList{u"--seconds=10"_s, u"--count=3"_s} << 0xffU << 1000 << 10 << 3;
+    QTest::newRow("a network client beside it")
+        << QStringList{u"--network=5000"_s} << 0xffU << 1000 << 0 << 0;
 }
 
 void TestLodestarWatch::options()
@@ -86,6 +90,7 @@ void TestLodestarWatch::options()
     QTEST(result.options->intervalMilliseconds, "interval");
     QTEST(result.options->seconds, "seconds");
     QTEST(result.options->count, "count");
+    QCOMPARE(result.options->networkMilliseconds, arguments.contains(u"--network=5000"_s) ? 5000 : 0);
 }
 
 void TestLodestarWatch::refusals_data()
@@ -96,6 +101,7 @@ void TestLodestarWatch::refusals_data()
     QTest::newRow("methods that do not exist") << QStringList{u"--methods=dowsing"_s};
     QTest::newRow("an interval that is no number") << QStringList{u"--interval=soon"_s};
     QTest::newRow("negative seconds") << QStringList{u"--seconds=-1"_s};
+    QTest::newRow("a network interval that is no number") << QStringList{u"--network=often"_s};
     QTest::newRow("two outputs at once") << QStringList{u"--json"_s, u"--plain"_s};
 }
 
@@ -217,6 +223,15 @@ void TestLodestarWatch::jsonNamesSatellitesOnRequest()
     QVERIFY(!satellites.at(1).toObject().contains(u"signal"));
 }
 
+void TestLodestarWatch::jsonOfTheNetworkClientSaysWhoseItIs()
+{
+    const QJsonObject object = parsed(networkJsonLine(fixAt(60.5, -25.25)));
+    QCOMPARE(object[u"client"].toString(), u"network"_s);
+    QCOMPARE(object[u"latitude"].toDouble(), 60.5);
+    QVERIFY(!object.contains(u"satellitesInView"));
+    QVERIFY(!parsed(jsonLine(fixAt(60.5, -25.25), WatchState(), false)).contains(u"client"));
+}
+
 void TestLodestarWatch::theScreenShowsFixAndSatellites()
 {
     WatchState state;
@@ -226,7 +241,7 @@ void TestLodestarWatch::theScreenShowsFixAndSatellites()
     state.takeSatellitesInView({satellite(17, 42, 60.0, 120.0), satellite(3, 20, 5.0, 300.0)});
     state.takeSatellitesInUse({satellite(17, 42, 60.0, 120.0)});
     const QStringList lines =
-        drawScreen(state, {.columns = 90, .rows = 30, .colour = false}, Noon.addSecs(2));
+        drawScreen(state, nullptr, {.columns = 90, .rows = 30, .colour = false}, Noon.addSecs(2));
     QCOMPARE(lines.size(), 30);
     const QString screen = lines.join(u'\n');
     QVERIFY(lines.at(0).contains(u"client 6000 of lodestard"_s));
@@ -241,9 +256,34 @@ void TestLodestarWatch::theScreenShowsFixAndSatellites()
     QVERIFY(!screen.contains(u'\x1b'));
 }
 
+void TestLodestarWatch::theNetworkClientHasALineOfItsOwn()
+{
+    WatchState state, network;
+    state.takeFix(fixAt(47.0, 8.5), Noon);
+    state.takeSatellitesInView({satellite(17, 42, 60.0, 120.0)});
+    const auto screen = [&] {
+        return drawScreen(state, &network, {.columns = 80, .rows = 24, .colour = false}, Noon.addSecs(2));
+    };
+    QCOMPARE(screen().at(7), u" Network    no answer yet"_s);
+    network.takeFix(QGeoPositionInfo(), Noon);
+    QCOMPARE(screen().at(7), u" Network    no position, 2.0 s ago"_s);
+    auto fix = fixAt(47.001, -108.25);
+    fix.setAttribute(QGeoPositionInfo::HorizontalAccuracy, 416.4);
+    network.takeFix(fix, Noon.addMSecs(500));
+    const QStringList lines = screen();
+    QCOMPARE(lines.at(7),
+             u" Network     47.0010000\u00B0 N 108.2500000\u00B0 W  416 m across  fix 1, 1.5 s ago"_s);
+    QVERIFY(lines.at(6).contains(u"1, last 2.0 s ago"_s)); // the other client's own
+    // It takes no room from the sky.
+    const QStringList alone =
+        drawScreen(state, nullptr, {.columns = 80, .rows = 24, .colour = false}, Noon.addSecs(2));
+    QVERIFY(alone.at(8).contains(u"N"_s));
+    QCOMPARE(lines.mid(8), alone.mid(8));
+}
+
 void TestLodestarWatch::theScreenBeforeAnyFixShowsDashes()
 {
-    const QStringList lines = drawScreen(WatchState(), {.colour = false}, Noon);
+    const QStringList lines = drawScreen(WatchState(), nullptr, {.colour = false}, Noon);
     QVERIFY(lines.at(0).endsWith(u"searching"_s));
     QVERIFY(lines.at(2).contains(u"Latitude   --"_s));
 }
@@ -254,7 +294,8 @@ void TestLodestarWatch::aTinyTerminalCutsWithoutHarm()
     state.takeFix(fixAt(1, 2), Noon);
     state.takeSatellitesInView({satellite(17, 42, 60.0, 120.0)});
     for (const int size : {0, 1, 5, 12}) {
-        const QStringList lines = drawScreen(state, {.columns = size, .rows = size, .colour = false}, Noon);
+        const QStringList lines =
+            drawScreen(state, nullptr, {.columns = size, .rows = size, .colour = false}, Noon);
         QCOMPARE(lines.size(), qMax(size, 1));
         for (const auto &line : lines)
             QVERIFY(line.size() <= qMax(size, 1));
@@ -267,7 +308,7 @@ void TestLodestarWatch::withoutUnicodeOnlyAsciiIsDrawn()
     state.takeFix(fixAt(1, 2), Noon);
     state.takeSatellitesInView({satellite(17, 42, 60.0, 120.0)});
     const auto lines =
-        drawScreen(state, {.columns = 90, .rows = 30, .colour = false, .unicode = false}, Noon);
+        drawScreen(state, nullptr, {.columns = 90, .rows = 30, .colour = false, .unicode = false}, Noon);
     for (const QChar character : lines.join(u'\n'))
         QVERIFY(character.unicode() < 0x80);
 }
@@ -277,7 +318,7 @@ void TestLodestarWatch::aStrongSignalHasALongerBar()
     WatchState state;
     state.takeSatellitesInView({satellite(1, 45, 60.0, 120.0), satellite(2, 20, 60.0, 240.0)});
     const QStringList lines =
-        drawScreen(state, {.columns = 90, .rows = 30, .colour = false, .unicode = false}, Noon);
+        drawScreen(state, nullptr, {.columns = 90, .rows = 30, .colour = false, .unicode = false}, Noon);
     QVERIFY(lines.at(9).count(u'#') > 2 * lines.at(10).count(u'#'));
     QVERIFY(lines.at(10).count(u'#') > 0);
 }
@@ -288,6 +329,9 @@ void TestLodestarWatch::plainLines()
     const QString line = plainLine(fixAt(60.5, 25.0), 9, 7);
     QVERIFY(line.startsWith(u"12:00:00  60.5000000 25.0000000  altitude 20.0 m"_s));
     QVERIFY(line.endsWith(u"9 in view, 7 used"_s));
+    QCOMPARE(networkPlainLine(QGeoPositionInfo()), u"network: no position"_s);
+    QVERIFY(networkPlainLine(fixAt(60.5, 25.0)).startsWith(u"network: 12:00:00  60.5000000 25.0000000 "_s));
+    QVERIFY(!networkPlainLine(fixAt(60.5, 25.0)).contains(u"in view"_s));
 }
 
 QTEST_APPLESS_MAIN(TestLodestarWatch)

@@ -87,6 +87,30 @@ def fixes(output):
     return [json.loads(line) for line in output.splitlines()]
 
 
+def of_network(shown):
+    return [fix for fix in shown if fix.get("client") == "network"]
+
+
+def assert_both_kinds(output):
+    """A walker's satellite fixes, and beside them coarse positions of the network."""
+    shown = fixes(output)
+    network = of_network(shown)
+    accuracies = [[fix["horizontalAccuracy"] for fix in kind if fix["valid"]]
+                  for kind in (network, [fix for fix in shown if fix not in network])]
+    assert all(accuracies) and min(accuracies[0]) > 100 > max(accuracies[1])
+
+
+def read_both_kinds(demo):
+    """Reads until a fix of each kind has come."""
+    missing = {None, "network"}
+    while missing:
+        line = demo.stdout.readline()
+        assert line, "it ended by itself"
+        fix = json.loads(line)
+        if fix["valid"]:
+            missing.discard(fix.get("client"))
+
+
 def tree(top):
     return sorted((str(p.relative_to(top)), p.lstat().st_mtime_ns) for p in top.rglob("*"))
 
@@ -95,16 +119,27 @@ def test_fixes_arrive_and_nothing_is_written(copy):
     before = tree(copy)
     status, output, errors = finish(start(copy, "--seconds", 6, "--ttff", 1, "--json"))
     assert status == 0, errors
-    shown = fixes(output)
-    assert len(shown) >= 2
+    assert_both_kinds(output)
     assert "Since the demo ends by itself, the demo answers that for itself: allowed." in errors
     assert tree(copy) == before
 
 
 def test_without_a_fix_the_status_is_1(copy):
-    status, output, errors = finish(start(copy, "--seconds", 2, "--ttff", 1000, "--json"))
-    assert (status, output) == (1, "")
-    assert "run-demo: no fix arrived." in errors
+    status, output, errors = finish(start(copy, "--seconds", 6, "--ttff", 1000, "--json"))
+    assert status == 1
+    assert of_network(fixes(output)) == fixes(output)
+    assert "run-demo: fixes did not arrive." in errors
+
+
+def test_without_a_network_position_the_status_is_1(copy):
+    engine = copy / "checkout/engines/fake_orv.py"
+    engine.write_text(engine.read_text(encoding="utf-8").replace("self.supl_answer, self.supl_delay = 'ok'",
+                                                                 "self.supl_answer, self.supl_delay = 'timeout'"),
+                      encoding="utf-8")
+    status, output, errors = finish(start(copy, "--seconds", 6, "--ttff", 1, "--json"))
+    assert status == 1
+    assert not any(fix["valid"] for fix in of_network(fixes(output)))
+    assert "run-demo: fixes did not arrive." in errors
 
 
 def test_a_daemon_that_does_not_start_is_told_with_its_log(copy):
@@ -118,14 +153,14 @@ def test_two_demos_run_side_by_side(copy):
     pair = [start(copy, "--seconds", 8, "--ttff", 1, "--json") for _ in range(2)]
     for status, output, errors in [finish(demo) for demo in pair]:
         assert status == 0, errors
-        assert fixes(output)
+        assert_both_kinds(output)
 
 
 def test_an_ordinary_user_can_run_it(copy):
     drop = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"] if os.getuid() == 0 else []
     status, output, errors = finish(start(copy, "--seconds", 6, "--ttff", 1, "--json", before=drop))
     assert status == 0, errors
-    assert fixes(output)
+    assert_both_kinds(output)
 
 
 def test_the_callers_settings_are_not_read(copy):
@@ -134,13 +169,13 @@ def test_the_callers_settings_are_not_read(copy):
                "HOME": "/nonexistent", "QT_PLUGIN_PATH": "/nonexistent", "LODESTARD": "/bin/false"}
     status, output, errors = finish(start(copy, "--seconds", 6, "--ttff", 1, "--json", env=hostile))
     assert status == 0, errors
-    assert fixes(output)
+    assert_both_kinds(output)
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP, signal.SIGINT])
 def test_a_signal_ends_it_as_asked(copy, number):
     demo = start(copy, "--ttff", 0, "--json")
-    assert demo.stdout.readline().startswith("{")
+    read_both_kinds(demo)
     demo.send_signal(number)
     assert finish(demo)[0] == 0
 
@@ -168,6 +203,7 @@ def test_ctrl_c_on_a_terminal_gives_the_terminal_back(copy):
         os.execve(arguments[0], arguments, {**NO_DISPLAY, "TERM": "xterm"})
     try:
         screen = read_screen(terminal, b"8.54")  # a longitude
+        screen += read_screen(terminal, b"fix 1, ")  # of the network
         os.write(terminal, b"\x03")
         screen += read_screen(terminal, None)
     finally:

@@ -16,7 +16,7 @@ from pathlib import Path
 
 import pytest
 
-from harness import wire
+from harness import files, wire
 from harness.mailbox import DEADLINE, Mailbox
 from harness.road import Road
 
@@ -139,6 +139,45 @@ def test_the_methods_that_are_asked_for(road, watch, methods, mask):
     watch = watch("--json", "--methods", methods)
     road.daemon.wait_for_message(
         f"startSessions: client: id=6000, stopped=0, methods={mask}, actGNSS=0, actSUPL=0", "Debug")
+    watch.signal(signal.SIGTERM)
+    assert watch.status() == 1
+
+
+# ---- a network client beside it
+
+def test_network_positions_are_lines_of_their_own(stage, watch):
+    files.marker("use_supl")
+    road = Road(stage)
+    watch = watch("--json", "--network", "60000")
+    session = road.engine.expect(wire.GnssRequest).session
+    road.engine.expect(wire.SuplRequest)
+    road.supl(12)
+    watch.lines.wait_for('"client":"network"')
+    whole_report(road, session)
+    watch.lines.wait_for('"latitude":47.5')
+    watch.signal(signal.SIGTERM)
+    assert watch.status() == 0
+    network, satellite = map(json.loads, watch.lines.items())
+    assert network["latitude"] == pytest.approx(12) and "satellitesInView" not in network
+    assert "client" not in satellite
+    assert watch.errors.items() == []
+
+
+@pytest.mark.parametrize("network_arrives", [True, False])
+def test_one_kind_of_fix_is_not_enough(stage, watch, network_arrives):
+    files.marker("use_supl")
+    road = Road(stage)
+    watch = watch("--plain", "--network", "60000")
+    session = road.engine.expect(wire.GnssRequest).session
+    road.engine.expect(wire.SuplRequest)
+    if network_arrives:
+        road.supl(12)
+        watch.lines.wait_for(re.compile(r"^network: \d\d:\d\d:\d\d  12\.0000000 8\.5000000 "))
+    else:
+        road.engine.send(wire.supl_response(2))
+        watch.lines.wait_for(re.compile("^network: no position$"))
+        road.fix(session, 12)
+        watch.lines.wait_for(re.compile(r"^\d\d:\d\d:\d\d  12\.0000000 8\.5000000 "))
     watch.signal(signal.SIGTERM)
     assert watch.status() == 1
 

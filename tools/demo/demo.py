@@ -1,9 +1,10 @@
 """What run-demo does: builds, and puts the demo on its stage inside the sandbox.
 
 Shows live fixes and satellites. lodestard runs on private buses in a file tree of its own, with the
-test engine (a simulated receiver) that it launches itself; lodestar-watch shows what an application
-gets. On a display you are asked for consent first; without one, and with --seconds, the demo answers for
-itself. Ctrl-C ends it and leaves nothing behind; any number of demos can run side by side.
+test engine (a simulated receiver) that it launches itself; lodestar-watch shows what applications
+get: one that uses satellites, one that uses the network. On a display you are asked for consent
+first; without one, and with --seconds, the demo answers for itself. Ctrl-C ends it and leaves nothing
+behind; any number of demos can run side by side.
 """
 
 import argparse
@@ -39,7 +40,7 @@ def whole_number(text):
 def read_arguments():
     parser = argparse.ArgumentParser(
         prog="run-demo", description=__doc__.split("\n\n", 1)[1], formatter_class=argparse.RawDescriptionHelpFormatter,
-        epilog="Exit status: 0 a fix arrived, 1 none did or something failed, 2 wrong usage.")
+        epilog="Exit status: 0 fixes of each kind arrived, 1 some did not or something failed, 2 wrong usage.")
     parser.add_argument("--seconds", type=whole_number, metavar="N", help="end by itself after so long")
     parser.add_argument("--recording", type=Path, metavar="FILE",
                         help="replay a receiver's log through gpsfake, gpsd and orvd-gpsd instead")

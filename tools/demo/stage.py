@@ -22,6 +22,8 @@ from harness.fakedialogs import FakeDialogs, Question
 
 START_SECONDS = 30
 ENGINE_SOCKET = Path("/run/orvd/orvd.socket")
+OPERATOR_SETTINGS = Path("/etc/xdg/varn/location-settings.conf")
+NETWORK_MILLISECONDS = "5000"  # between two positions of the network client
 GPSD_PORT = "2947"  # on a loopback of the sandbox's own
 
 
@@ -128,6 +130,9 @@ def play(stage, arguments):
         stage.start_receiver_replay(recording)
     else:
         say("lodestard, fed by the test engine: a simulated receiver that walks around.")
+        say("Beside the satellite client a network client: every 5 s the engine looks up a coarse position for it.")
+        OPERATOR_SETTINGS.write_text("[General]\nSuplForced=true\n", encoding="utf-8")
+        arguments = [*arguments, "--network", NETWORK_MILLISECONDS]
     session, system = stage.make_buses()
     stage.ask_for_consent(session)
     say("Ctrl-C ends the demo.")
@@ -143,7 +148,7 @@ def main():
         stage.show_logs()
         return 1
     if status != 0:
-        say("run-demo: no fix arrived." if status == 1 else f"run-demo: lodestar-watch ended with status {status}.")
+        say("run-demo: fixes did not arrive." if status == 1 else f"run-demo: lodestar-watch ended with status {status}.")
         stage.show_logs()
     return status
 
