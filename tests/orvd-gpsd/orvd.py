@@ -21,11 +21,11 @@ def program():
 class OrvdGpsd:
     """The process: its standard error by line, and its end."""
 
-    def __init__(self, *arguments, socket_path="/tmp/engine/socket", port=2947, environment=None):
+    def __init__(self, *arguments, socket_path="/tmp/engine/socket", port=2947, environment=None, wrapper=()):
         self.socket_path = socket_path
         self.log = Mailbox("orvd-gpsd")
         self._process = subprocess.Popen(
-            [program(), "--verbose", "--socket", socket_path, "--host", "127.0.0.1", "--port",
+            [*wrapper, program(), "--verbose", "--socket", socket_path, "--host", "127.0.0.1", "--port",
              str(port), *arguments],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
             env={**os.environ, **(environment or {})})

@@ -1,0 +1,80 @@
+"""What `cmake --install` lays down, wherever it is told to."""
+
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+BUILD = Path(os.environ["LODESTARD_BUILD"])
+
+# Place below the prefix, and whether it is a program.
+FILES = {
+    "bin/lodestard": True,
+    "bin/lodestar-dialogs": True,
+    "bin/lodestar-watch": True,
+    "sbin/orvd-gpsd": True,
+    "lib/lodestard-tests/fake_orv.py": True,
+    "lib/systemd/system/orvd-gpsd.service": False,
+    "lib/systemd/user/lodestard.service": False,
+    "lib/systemd/user/lodestard.service.d/lodestard-test-engine.conf": False,
+    "lib/sysusers.d/lodestard.conf": False,
+    "lib/sysusers.d/orvd-gpsd.conf": False,
+    "share/dbus-1/services/com.varn.location.ui.service": False,
+    "share/dbus-1/services/com.varn.lodestard.client.service": False,
+    "share/dbus-1/services/com.varn.lodestard.settings.service": False,
+    "share/dbus-1/system.d/com.varn.lodestard.vesk.conf": False,
+}
+
+
+def install(target, *arguments):
+    subprocess.run(["cmake", "--install", BUILD, *arguments], check=True, stdout=subprocess.DEVNULL,
+                   env={**os.environ, "DESTDIR": str(target)})
+
+
+@pytest.fixture(scope="module")
+def opt(tmp_path_factory):
+    """An installation below /opt/lodestard, gathered in a directory of its own."""
+    target = tmp_path_factory.mktemp("opt")
+    install(target, "--prefix", "/opt/lodestard")
+    return target / "opt/lodestard"
+
+
+def test_every_file_is_there_and_no_other(opt):
+    found = {str(path.relative_to(opt)): os.access(path, os.X_OK) for path in opt.rglob("*") if path.is_file()}
+    assert found == FILES
+
+
+def test_nothing_lies_outside_the_prefix(opt):
+    assert [path.name for path in opt.parents[1].iterdir()] == ["opt"]
+    assert [path.name for path in opt.parent.iterdir()] == ["lodestard"]
+
+
+@pytest.mark.parametrize("name, program, unit", [("com.varn.lodestard.client", "lodestard", "lodestard.service"),
+                                                 ("com.varn.lodestard.settings", "lodestard", "lodestard.service"),
+                                                 ("com.varn.location.ui", "lodestar-dialogs", None)])
+def test_the_bus_starts_the_installed_program(opt, name, program, unit):
+    lines = (opt / f"share/dbus-1/services/{name}.service").read_text(encoding="utf-8").splitlines()
+    assert lines == ["[D-BUS Service]", f"Name={name}", f"Exec=/opt/lodestard/bin/{program}",
+                     *([f"SystemdService={unit}"] if unit else [])]
+
+
+@pytest.mark.parametrize("unit, command", [("user/lodestard.service", "/opt/lodestard/bin/lodestard"),
+                                           ("system/orvd-gpsd.service",
+                                            "/opt/lodestard/sbin/orvd-gpsd $ORVD_GPSD_OPTIONS")])
+def test_the_unit_starts_the_installed_program(opt, unit, command):
+    lines = (opt / "lib/systemd" / unit).read_text(encoding="utf-8").splitlines()
+    assert [line for line in lines if line.startswith("ExecStart=")] == [f"ExecStart={command}"]
+
+
+def test_the_prefix_that_the_build_was_made_for(tmp_path):
+    cache = (BUILD / "CMakeCache.txt").read_text(encoding="utf-8").splitlines()
+    (prefix,) = [line.split("=", 1)[1] for line in cache if line.startswith("CMAKE_INSTALL_PREFIX:")]
+    install(tmp_path)
+    service = Path(f"{tmp_path}{prefix}/share/dbus-1/services/com.varn.lodestard.client.service")
+    assert f"Exec={prefix}/bin/lodestard\n" in service.read_text(encoding="utf-8")
+
+
+def test_the_context_name_starts_nobody(opt):
+    """Who subscribes there wants to hear of a daemon that runs, and must not start one."""
+    assert not any("context" in path.name for path in opt.rglob("*.service"))
