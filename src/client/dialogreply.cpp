@@ -17,7 +17,9 @@ QVariant unwrapped(QVariant value)
                 return value;
             argument.beginStructure();
             const QVariant first = argument.asVariant();
-            if (!argument.atEnd())
+            const bool isOnly = argument.atEnd();
+            argument.endStructure(); // a structure that is left open is never freed
+            if (!isOnly)
                 return value;
             value = first;
         } else {
