@@ -5,9 +5,11 @@ import pytest
 
 from harness import client as app
 from harness import dialogs, wire
+from harness.daemon import faketime_library
 from harness.dialogs import PRIVACY_TITLE, REQUEST_TITLE
 from harness.road import Road
 
+HASTE = "+0 x20"  # for clocks: two minutes in six seconds
 ASKER = (wire.client_name("Friend Finder"), wire.client_id("+49 170 1234567"))
 
 
@@ -15,6 +17,13 @@ ASKER = (wire.client_name("Friend Finder"), wire.client_id("+49 170 1234567"))
 def desktop(stage, display):
     """A session bus that starts the dialog service on the display."""
     return stage.use_session(services={dialogs.NAME: dialogs.program()}, environment=dialogs.environment(display))
+
+
+@pytest.fixture
+def hasty_desktop(stage, display):
+    """The same with a dialog service whose clock is as fast as HASTE."""
+    hasty = dialogs.environment(display, LD_PRELOAD=faketime_library(), FAKETIME=HASTE)
+    return stage.use_session(services={dialogs.NAME: dialogs.program()}, environment=hasty)
 
 
 def answer_privacy(desktop, display, key):
@@ -57,6 +66,18 @@ def test_the_networks_question_is_answered_by_keyboard(stage, desktop, display, 
     road.settle()
     assert len(road.engine.all(wire.LocationReply)) == 1
     assert road.daemon.messages("Warning") == []
+
+
+@pytest.mark.parametrize("blocks, accepted", [([wire.default_answer(1)], 1), ([], 0)])
+def test_without_an_answer_the_engine_is_told_the_default(stage, hasty_desktop, blocks, accepted):
+    """The countdown ends before the daemon gives the question up."""
+    road = Road(stage, faketime=HASTE)
+    road.engine.send(wire.location_request(1, 7, *ASKER, *blocks))
+    assert road.engine.expect(wire.LocationReply).accepted == accepted
+    road.settle()
+    assert len(road.engine.all(wire.LocationReply)) == 1
+    assert road.daemon.messages("Warning") == []
+    assert hasty_desktop.owner_of(dialogs.NAME) is None
 
 
 def test_a_withdrawn_question_gets_no_answer_and_the_next_one_does(stage, desktop, display):
