@@ -41,6 +41,7 @@ bool PositionDaemon::askEngineForNetworkFix()
     if (!orvComm || !orvComm->isConnected())
         return false;
     m_suplAwaited = true;
+    m_networkRefused = false; // the engine answers the batch now
     orvComm->sendSUPLLocationRequest(NetworkRequestParameter);
     return true;
 }

@@ -54,6 +54,7 @@ private slots:
     void anEngineThatIsLostAnswersWithNothing();
     void nobodyWaitsForAnEngineThatIsNotThere();
     void theLibraryIsAskedWhenItIsInUse();
+    void whatTheEngineIsAskedIsNotAskedAgain();
     void withoutInternalReceiverNobodyIsAsked();
 };
 
@@ -257,6 +258,27 @@ void TestDaemonNetwork::theLibraryIsAskedWhenItIsInUse()
     stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
     QVERIFY(stage.log.takeLines().contains(
         u"debug: PositionDaemon: Sending Network Location request to VESK."_s));
+    QCOMPARE(stage.requests(), QStringList());
+}
+
+// The library refused the second batch, since it still worked for the first. What it then did not know,
+// the engine was asked for, and a change of a setting is no reason to ask anybody once more.
+void TestDaemonNetwork::whatTheEngineIsAskedIsNotAskedAgain()
+{
+    DaemonStage stage;
+    stage.startReady();
+    stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
+    QGeoPositionInfo fix = fixAt(60.0);
+    stage.daemon->onPositionUpdateSUPL(fix);
+    stage.log.takeLines();
+    stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
+    QCOMPARE(stage.logged({u"warning"_s}),
+             QStringList{u"warning: VESKComm::requestPositionVESK request failed, err: -2101"_s});
+    QCOMPARE(stage.awaitRequests(1), QStringList{u"locate 1 20"_s});
+    stage.log.takeLines();
+    QVERIFY(DaemonStage::set(u"SuplForced"_s, true));
+    QVERIFY(DaemonStage::set(u"SuplForced"_s, false));
+    QCOMPARE(said(stage), QStringList());
     QCOMPARE(stage.requests(), QStringList());
 }
 
