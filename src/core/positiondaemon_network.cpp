@@ -64,7 +64,7 @@ void PositionDaemon::repeatRefusedRequest()
 
 void PositionDaemon::onPositionUpdateVESK(QGeoPositionInfo &fix, int error)
 {
-    if (fallsBackToSupl(error, m_flags.suplFallback, !orvClientsBlocked)) {
+    if (fallsBackToSupl(error, m_flags.suplFallback, orvComm && !orvClientsBlocked)) {
         qDebug("PositionDaemon::%s: Unknown location. Fallback to SUPL", __func__);
         if (askEngineForNetworkFix())
             return;

@@ -69,6 +69,15 @@ def test_an_engine_that_is_not_there_is_not_asked(stage):
     assert not daemon.has_message(FALLBACK)
 
 
+def test_an_engine_that_is_not_ready_is_not_asked(stage, ready_engine):
+    """Time runs slowly here: the engine is connected, and has its half second to get ready."""
+    daemon = stage.consented_daemon(faketime="+0 x0.1")
+    client = network_client(stage)
+    wait_for_empty(client)
+    assert not daemon.has_message(FALLBACK)
+    assert [type(message) for message in ready_engine.all()] == [wire.RegisterPrivacy]
+
+
 def test_without_an_internal_receiver_nobody_else_is_asked(stage, ready_engine):
     files.sysinfo(files.INTERNAL_GPS, b"\0")
     daemon = stage.consented_daemon()
