@@ -18,7 +18,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from sandbox import CHECKOUT, PYTHON, Sandbox, SandboxError  # noqa: E402
 
-PASSED_ON = ("LODESTARD_BINARY", "LODESTARD_STATUS_KEYS", "LODESTARD_DEADLINE")
+PASSED_ON = ("LODESTARD_BINARY", "LODESTARD_STATUS_KEYS", "LODESTARD_DEADLINE", "LODESTARD_SEED")
 
 
 def find_binary(build):

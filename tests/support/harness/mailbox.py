@@ -42,6 +42,11 @@ class Mailbox:
         with self._changed:
             return list(self._items)
 
+    def since(self, index):
+        """What has arrived behind the first `index` items."""
+        with self._changed:
+            return self._items[index:]
+
     def __len__(self):
         with self._changed:
             return len(self._items)

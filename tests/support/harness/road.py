@@ -32,6 +32,7 @@ class Road:
         self.engine.expect(wire.SuplServers)  # the last thing that happens before clients are served
         self._caller = stage.client()
         self._marks = itertools.count(10000)
+        self._settled = 0  # the line of the last mark
 
     def client(self, methods=app.SATELLITE, interval=1000, extra=0, **options):
         """A started client; when it asks for satellites, its session runs on the engine."""
@@ -44,12 +45,17 @@ class Road:
         self.engine.expect(wire.GnssRequest, command=wire.START, session=client.id & 0xFFFF)
         return client
 
+    def mark(self):
+        """Returns when the daemon has read all that the engine sent before."""
+        mark = next(self._marks)
+        self.engine.send(struct.pack(">HH", 0xEF04, mark) + bytes(4))  # a message that is dropped
+        self._settled = self.daemon.wait_for_message(f"ORV Message received. id: 0xef04 length: {mark}",
+                                                     after=self._settled)
+
     def settle(self, *clients):
         """Returns when the daemon has dealt with all that engine and clients sent before, and when the
         callbacks that followed have arrived at these clients."""
-        mark = next(self._marks)
-        self.engine.send(struct.pack(">HH", 0xEF04, mark) + bytes(4))  # a message that is dropped
-        self.daemon.wait_for_message(f"ORV Message received. id: 0xef04 length: {mark}")
+        self.mark()
         self._caller.latest_position()
         for client in clients:
             client.sync()

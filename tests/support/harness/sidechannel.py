@@ -2,6 +2,7 @@
 
 from gi.repository import Gio, GLib
 
+from harness.buses import flush_loop
 from harness.mailbox import Mailbox
 
 NAME, PATH = "com.varn.lodestard.vesk", "/com/varn/lodestard/vesk"
@@ -30,6 +31,12 @@ class SideChannelPeer:
         message.set_flags(Gio.DBusMessageFlags.NO_REPLY_EXPECTED)
         self.connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
         self.connection.flush_sync(None)
+
+    def sync(self):
+        """Returns when everything that the bus had for the peer before is recorded."""
+        self.bus.call(self.connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Peer",
+                      "Ping")
+        flush_loop()
 
     def ask(self, command):
         """The value that a query is answered with."""
