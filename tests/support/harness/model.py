@@ -28,7 +28,7 @@ class ModelDaemon:
         self.free_fix, self.prestarted = [], []
         self.receiver, self.planning = IDLE, False
         self.latest_satellite = self.latest_network = (None, -1)  # fix and time stamp
-        self.refused = False
+        self.refused = False  # the library's last request: its batch still waits
         self.streamed, self.told = [], []  # by the side channel
         self.scheduler, self.library = Scheduler(self), NetworkLibrary(self)
         self.engine, self.external = EngineLink(self), ExternalReceiver(self)
@@ -224,7 +224,7 @@ class ModelDaemon:
         on = self.settings
         if on["SuplForced"]:
             self.say("PositionDaemon: Sending SUPL Location request to ORV.")
-            self.engine.asked.append("SUPL")
+            self.engine.ask_supl()
         else:
             self.say("PositionDaemon: Sending Network Location request to VESK.")
             self.refused = self.library.ask(on["WiFiPositioning"], on["CellularPositioning"]) != 0

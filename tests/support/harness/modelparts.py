@@ -221,6 +221,10 @@ class EngineLink:
         if not self.sessions:
             self.set_state(IDLE)
 
+    def ask_supl(self):
+        self.asked.append("SUPL")
+        self.daemon.refused = False  # now the engine answers who waits
+
     def _timeout(self):
         if self.state != SEARCH:
             self.set_state(SEARCH)
@@ -352,6 +356,6 @@ class NetworkLibrary:
             self.daemon.say(f"VESKComm::veskRequestFinished request failed, err: {error}")
         if error == self.UNKNOWN and self.daemon.settings["SuplFallback"]:
             self.daemon.say("PositionDaemon::onPositionUpdateVESK: Unknown location. Fallback to SUPL")
-            self.daemon.engine.asked.append("SUPL")
+            self.daemon.engine.ask_supl()
         else:
             self.daemon.network_fix(fix, self.ACCURACY)
