@@ -15,6 +15,11 @@ target_include_directories(lodestard-build-options INTERFACE ${PROJECT_SOURCE_DI
 # compiler cache serves other checkouts. `run-tests` switches it on where it saves time.
 option(LODESTARD_PRECOMPILE "Precompile the headers of Qt for all targets" OFF)
 
+if(LODESTARD_PRECOMPILE)
+    # Some libraries ask for it; what is precompiled must have been read the same way everywhere.
+    target_compile_options(lodestard-build-options INTERFACE -pthread)
+endif()
+
 # lodestard_precompile(<target> <name> MODULES <Qt module>...)
 # The first call for a name precompiles the umbrella headers of the modules, later ones reuse them.
 function(lodestard_precompile target name)

@@ -343,29 +343,36 @@ void TestDaemonContext::whatResetsPowerSave()
     const int network = addSilent(stage);
     const QString reset = u"debug: PositionDaemon::resetPowerSave"_s;
     const QString first = u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s;
+    // The engine may also be asked for the network client.
+    const auto satelliteRequests = [&] {
+        return stage.requests().filter(QRegularExpression(u"^(start|stop) "_s));
+    };
     const auto withhold = [&] {
         stage.daemon->onPowerSaveTimeout();
-        QCOMPARE(stage.requests(), QStringList{u"stop 6000"_s});
+        QCOMPARE(satelliteRequests(), QStringList{u"stop 6000"_s});
         stage.log.takeLines();
     };
 
     withhold();
     stage.daemon->configRequest(network, SetMethod | Start, NonSatellite, 0); // nothing of satellites
     QCOMPARE(stage.logged({reset, first}), QStringList());
-    QCOMPARE(stage.requests(), QStringList());
+    QCOMPARE(satelliteRequests(), QStringList());
     stage.daemon->configRequest(6000, SetInterval, 0, 2000);
     QCOMPARE(stage.logged({reset, first}), (QStringList{reset, first}));
-    QCOMPARE(stage.requests(), QStringList{u"start 6000 2 mode 2"_s});
+    QCOMPARE(satelliteRequests(), QStringList{u"start 6000 2 mode 2"_s});
 
     for (const QString &key :
          {u"Positioning"_s, u"SatellitePositioning"_s, u"SatellitePositioningInternal"_s}) {
         withhold();
         QVERIFY(DaemonStage::set(key, true));
-        const QStringList lines = stage.log.takeLines();
-        QVERIFY(lines.value(0).startsWith(u"debug: PositionDaemon::userSettingsChanged()"));
-        QVERIFY(lines.value(1).startsWith(ContextLine));
+        // An answer to the network client may come meanwhile, and its lines before these.
+        QStringList lines = stage.log.takeLines();
+        while (!lines.isEmpty() && !lines.first().startsWith(u"debug: PositionDaemon::userSettingsChanged()"))
+            lines.removeFirst();
+        QVERIFY(lines.size() >= 4);
+        QVERIFY(lines.at(1).startsWith(ContextLine));
         QCOMPARE(lines.sliced(2, 2), (QStringList{reset, first}));
-        QCOMPARE(stage.requests(), QStringList{u"start 6000 2 mode 2"_s});
+        QCOMPARE(satelliteRequests(), QStringList{u"start 6000 2 mode 2"_s});
     }
     withhold();
     QVERIFY(DaemonStage::set(u"WiFiPositioning"_s, true));

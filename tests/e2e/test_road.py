@@ -80,25 +80,35 @@ def test_the_bytes_of_a_session(stage, road):
         "PositionDaemon::configRequest: Set Method:  255",
         "PositionDaemon::configRequest: Set interval:  1",
         "PositionDaemon::configRequest: Start!",
+        "PositionDaemon::resetPowerSave",
         "assignClients",
         "stopSessions: client: id=6000, stopped=0, methods=0xffffff00, actGNSS=0, actSUPL=0",
+        "PositionDaemon::contextSetState: satelliteState=0, nonsatelliteState=0, tmpState=0, iconState=0",
         "modifySessions: client: id=6000, modified=1, interval=1, actGNSS=0, actSUPL=0",
         "startSessions: client: id=6000, stopped=0, methods=0xff, actGNSS=0, actSUPL=0",
         "ORVComm::startGNSS( 6000 , 1 )",
         "GNSS mode: Search",
+        "PositionDaemon::contextSetState: satelliteState=1, nonsatelliteState=0, tmpState=1, iconState=0",
+        "PositionDaemon::enablePowerSave",
         "PositionDaemon::configRequest: Set interval:  65535",
+        "PositionDaemon::resetPowerSave",
         "assignClients",
         "stopSessions: client: id=6000, stopped=0, methods=0xffffff00, actGNSS=1, actSUPL=0",
+        "PositionDaemon::contextSetState: satelliteState=1, nonsatelliteState=0, tmpState=1, iconState=0",
         "modifySessions: client: id=6000, modified=1, interval=65535, actGNSS=1, actSUPL=0",
         "ORVComm::setGNSSInterval( 6000 , 65535 )",
         "startSessions: client: id=6000, stopped=0, methods=0xff, actGNSS=1, actSUPL=0",
         "PositionDaemon::configRequest: Stop!",
         "PositionDaemon::configRequest: SatInfoStart",
         "PositionDaemon::configRequest: SatInfoStop",
+        "PositionDaemon::resetPowerSave",
         "assignClients",
         "stopSessions: client: id=6000, stopped=1, methods=0xffffff00, actGNSS=1, actSUPL=0",
         "ORVComm::stopGNSS( 6000 )",
         "GNSS mode: Idle",
+        "PositionDaemon::contextSetState: satelliteState=0, nonsatelliteState=0, tmpState=0, iconState=0",
+        "PositionDaemon::disablePowerSave",
+        "PositionDaemon::contextSetState: satelliteState=0, nonsatelliteState=0, tmpState=0, iconState=0",
         "modifySessions: client: id=6000, modified=1, interval=65535, actGNSS=0, actSUPL=0",
         "startSessions: client: id=6000, stopped=1, methods=0xff, actGNSS=0, actSUPL=0",
         "ORV Message received. id: 0xef04 length: 10000",
@@ -156,11 +166,14 @@ def test_the_lines_of_a_report(whole_report, road):
         "processSubBlocks(): Time: 23:59:58.750",
         "POSDBG: lat=45.0000000, lon=22.5000000, unc_alo=10.00, unc_ort=5.00, unc_ang=30, alt_w84=100.0, "
         "alt_unc=10.5, geo_sep=20.0"]
-    assert texts[begin + 5:begin + 8] == [
+    assert texts[begin + 5:begin + 10] == [
         "VELDBG: head=90.00+-1.50, magn=-2.50, speed=10.00+-0.25, climb=-0.50+-0.75",
         "GNSS mode: Tracking",
+        "PositionDaemon::contextSetState: satelliteState=2, nonsatelliteState=0, tmpState=2, iconState=0",
+        "PositionDaemon::disablePowerSave",
         "assignClients"]
-    assert texts[begin + 11:begin + 13] == [
+    fix = texts.index("Sending GNSS fix to ClientId: 6000", begin + 10)
+    assert texts[fix:fix + 2] == [
         "Sending GNSS fix to ClientId: 6000",
         "ClientApp::sendPositionUpdate: clientId=6000, type=0, fix=45.0000000,22.5000000,120.000000,11.358000,10.500000"]
     lines = road.daemon.lines()

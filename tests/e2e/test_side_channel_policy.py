@@ -42,7 +42,7 @@ def test_outside_its_group_the_daemon_may_not_own_the_name(stage, system, peer_g
 
 def test_a_peer_in_its_group_asks_and_hears(stage, system):
     bus = system(lodestard=True, lodestard_vesk=True)
-    road = Road(stage)
+    road = Road(stage, geoclue=False)
     peer = SideChannelPeer(bus)
     client = road.satellite_client()
     peer.request(sidechannel.START)
@@ -66,7 +66,7 @@ def test_a_stranger_may_not_call(stage, system):
 
 def test_a_stranger_hears_nothing(stage, system):
     bus = system(lodestard=True, lodestard_vesk=False)
-    road = Road(stage)
+    road = Road(stage, geoclue=False)
     stranger = SideChannelPeer(bus)
     settings = stage.settings()
     assert settings.set("WiFiPositioning", False)  # the daemon tells the peers of it
