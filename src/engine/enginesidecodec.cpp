@@ -52,7 +52,7 @@ std::optional<Request> readSuplServers(PacketView packet)
     return packet.ok() ? std::optional<Request>(servers) : std::nullopt;
 }
 
-PacketWriter message(MessageId id, std::size_t length)
+PacketWriter engineMessage(MessageId id, std::size_t length)
 {
     return PacketWriter(quint16(id), length);
 }
@@ -96,7 +96,7 @@ std::optional<Request> readRequest(PacketView packet)
 QByteArray gnssResponse(const GnssResponse &response)
 {
     using namespace layout::gnssResponse;
-    return message(MessageId::GnssResponse, size)
+    return engineMessage(MessageId::GnssResponse, size)
         .set(sessionId, response.sessionId)
         .set(status, response.status)
         .take();
@@ -105,7 +105,7 @@ QByteArray gnssResponse(const GnssResponse &response)
 QByteArray assistanceDeleted(bool deleted)
 {
     const auto value = quint8(deleted ? layout::result::assistanceDeleted : 0);
-    return message(MessageId::AssistanceDeleted, layout::result::size)
+    return engineMessage(MessageId::AssistanceDeleted, layout::result::size)
         .set(layout::result::value, value)
         .take();
 }
@@ -113,26 +113,26 @@ QByteArray assistanceDeleted(bool deleted)
 QByteArray privacyRegistered(bool registered)
 {
     const auto value = quint8(registered ? layout::result::privacyRegistered : 1);
-    return message(MessageId::PrivacyRegistered, layout::result::size)
+    return engineMessage(MessageId::PrivacyRegistered, layout::result::size)
         .set(layout::result::value, value)
         .take();
 }
 
 ReportWriter::ReportWriter(const GnssNotification &notification)
-    : m_message(message(MessageId::GnssNotification, layout::blocks::first))
+    : m_message(engineMessage(MessageId::GnssNotification, layout::blocks::first))
 {
     m_message.set(layout::gnssNotification::sessionId, notification.sessionId)
         .set(layout::gnssNotification::status, notification.status);
 }
 
 ReportWriter::ReportWriter(const SuplResponse &response)
-    : m_message(message(MessageId::SuplResponse, layout::blocks::first))
+    : m_message(engineMessage(MessageId::SuplResponse, layout::blocks::first))
 {
     m_message.set(layout::suplResponse::status, quint8(response.status));
 }
 
 ReportWriter::ReportWriter(const LocationRequest &request)
-    : m_message(message(MessageId::LocationRequest, layout::blocks::first))
+    : m_message(engineMessage(MessageId::LocationRequest, layout::blocks::first))
 {
     m_message.set(layout::locationRequest::type, request.type)
         .set(layout::locationRequest::transactionId, request.transactionId);

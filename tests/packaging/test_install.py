@@ -20,10 +20,15 @@ FILES = {
     "lib/systemd/user/lodestard.service.d/lodestard-test-engine.conf": False,
     "lib/sysusers.d/lodestard.conf": False,
     "lib/sysusers.d/orvd-gpsd.conf": False,
+    "share/bash-completion/completions/lodestar-watch": False,
     "share/dbus-1/services/com.varn.location.ui.service": False,
     "share/dbus-1/services/com.varn.lodestard.client.service": False,
     "share/dbus-1/services/com.varn.lodestard.settings.service": False,
     "share/dbus-1/system.d/com.varn.lodestard.vesk.conf": False,
+    "share/man/man1/lodestar-dialogs.1": False,
+    "share/man/man1/lodestar-watch.1": False,
+    "share/man/man8/lodestard.8": False,
+    "share/man/man8/orvd-gpsd.8": False,
 }
 
 
@@ -50,13 +55,24 @@ def test_nothing_lies_outside_the_prefix(opt):
     assert [path.name for path in opt.parent.iterdir()] == ["lodestard"]
 
 
+def activation(opt, name):
+    """The lines of an activation file."""
+    lines = (opt / f"share/dbus-1/services/{name}.service").read_text(encoding="utf-8").splitlines()
+    return [line for line in lines if not line.startswith("#")]
+
+
 @pytest.mark.parametrize("name, program, unit", [("com.varn.lodestard.client", "lodestard", "lodestard.service"),
-                                                 ("com.varn.lodestard.settings", "lodestard", "lodestard.service"),
                                                  ("com.varn.location.ui", "lodestar-dialogs", None)])
 def test_the_bus_starts_the_installed_program(opt, name, program, unit):
-    lines = (opt / f"share/dbus-1/services/{name}.service").read_text(encoding="utf-8").splitlines()
-    assert lines == ["[D-BUS Service]", f"Name={name}", f"Exec=/opt/lodestard/bin/{program}",
-                     *([f"SystemdService={unit}"] if unit else [])]
+    assert activation(opt, name) == ["[D-BUS Service]", f"Name={name}", f"Exec=/opt/lodestard/bin/{program}",
+                                     *([f"SystemdService={unit}"] if unit else [])]
+
+
+def test_the_settings_name_is_started_by_way_of_the_client_name(opt):
+    header, name, command, unit = activation(opt, "com.varn.lodestard.settings")
+    assert (header, name, unit) == ("[D-BUS Service]", "Name=com.varn.lodestard.settings",
+                                    "SystemdService=lodestard.service")
+    assert command.startswith("Exec=/usr/bin/dbus-send ") and "string:com.varn.lodestard.client" in command
 
 
 @pytest.mark.parametrize("unit, command", [("user/lodestard.service", "/opt/lodestard/bin/lodestard"),

@@ -44,6 +44,7 @@ ETC_FILES = {
     "nsswitch.conf": "passwd: files\ngroup: files\nhosts: files\n",
     "machine-id": "5ba2c8e0d7f14b3f9c60a1e24d83f719\n",
 }
+HOST_ACCOUNTS = {".pwd.lock", "shadow", "gshadow", "passwd-", "group-", "shadow-", "gshadow-"}
 
 
 class SandboxError(Exception):
@@ -59,6 +60,7 @@ class Sandbox:
     environment: dict = field(default_factory=dict)  # added to the clean one
     size_tmp: int = 0                                # bytes of /tmp, 0 for the default
     share_net: bool = False                          # keep the caller's network
+    test_engine: bool = True                         # provide it and its interpreter
     chdir: str = HOME
 
     def popen(self, command, **options):
@@ -103,9 +105,9 @@ class Sandbox:
 
     def _tree(self, descriptors):
         tree = ["--tmpfs", "/", "--proc", "/proc", "--dev", "/dev"]
-        for directory in ("/usr", "/usr/bin", "/usr/lib", "/usr/lib/lodestard-tests", "/etc", "/etc/xdg"):
+        for directory in ("/usr", "/usr/bin", "/usr/lib", "/etc", "/etc/xdg"):
             tree += ["--dir", directory]
-        tree += _top_level_links() + _usr() + self._etc(descriptors)
+        tree += _top_level_links() + _usr() + (_test_engine() if self.test_engine else []) + self._etc(descriptors)
         for directory in ("/sys", "/run", "/run/lock", "/run/user", "/var", "/var/lib", "/var/cache", "/home", HOME):
             tree += ["--dir", directory]
         tree += ["--perms", "0700", "--dir", RUNTIME, "--symlink", "/run", "/var/run"]
@@ -125,7 +127,7 @@ class Sandbox:
     @staticmethod
     def _etc(descriptors):
         arguments = []
-        for entry in _entries("/etc", without={"xdg", "lodestard", "geoclue", *ETC_FILES}):
+        for entry in _entries("/etc", without={"xdg", "lodestard", "geoclue", *HOST_ACCOUNTS, *ETC_FILES}):
             arguments += _as_it_is(entry)
         if os.path.isdir("/etc/xdg"):
             for entry in _entries("/etc/xdg", without={"varn"}):
@@ -193,7 +195,11 @@ def _usr():
             arguments += _as_it_is(entry)
         else:
             arguments += ["--symlink", f"/.bin/{entry.name}", entry.path]
-    arguments += ["--symlink", "python3", "/usr/bin/python2.6"]
+    return arguments
+
+
+def _test_engine():
+    arguments = ["--symlink", "python3", "/usr/bin/python2.6", "--dir", "/usr/lib/lodestard-tests"]
     test_engine = CHECKOUT / "engines" / "fake_orv.py"
     if test_engine.exists():
         arguments += ["--ro-bind", test_engine, "/usr/lib/lodestard-tests/fake_orv.py"]
