@@ -133,6 +133,7 @@ private:
     void modifySessions(ClientApp &client);
     void endSatelliteSession(ClientApp &client);
     void endNetworkEnrolment(ClientApp &client);
+    void loseEngineSessions(ClientApp &client);
     void startGNSS(int id, int interval);
     void setGNSSInterval(int id, int interval);
     void stopGNSS(int id);
@@ -140,7 +141,7 @@ private:
     GypsyComm *gypsyFor(SatelliteRequest request) const;
 
     // network positions
-    bool askEngineForNetworkFix(); // false when there is no engine to ask
+    bool askEngineForNetworkFix(); // false when there is no engine to ask, or not yet
     void handOnEmptyFix();
     void repeatRefusedRequest();
 

@@ -1,4 +1,3 @@
-#include "client/clientapp.h"
 #include "core/positiondaemon.h"
 
 #include <QDebug>
@@ -39,11 +38,7 @@ void PositionDaemon::onOrvDisconnected()
         qFatal("PositionDaemon::%s Too frequent respawns from ORV - exiting", __func__);
     orvClientsBlocked = true;
     m_allowTimer.stop();
-    m_registry.forEach([this](ClientApp &client) {
-        client.setGnssActive(false); // the engine has forgotten all satellite sessions
-        if (!m_flags.veskInUse && client.isSuplActive())
-            endNetworkEnrolment(client); // network positions came through the engine too
-    });
+    m_registry.forEach([this](ClientApp &client) { loseEngineSessions(client); });
     m_reconnectTimer.start(ReconnectDelay);
     if (m_suplAwaited)
         handOnEmptyFix(); // nobody else will answer

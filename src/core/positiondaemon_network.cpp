@@ -38,7 +38,7 @@ void PositionDaemon::requestPositionSUPL()
 
 bool PositionDaemon::askEngineForNetworkFix()
 {
-    if (!orvComm || !orvComm->isConnected())
+    if (!orvComm || !orvComm->isConnected() || orvClientsBlocked)
         return false;
     m_suplAwaited = true;
     m_networkRefused = false; // the engine answers the batch now

@@ -134,6 +134,15 @@ void PositionDaemon::endNetworkEnrolment(ClientApp &client)
     scheduler->removeClient(client.id());
 }
 
+void PositionDaemon::loseEngineSessions(ClientApp &client)
+{
+    const LossPlan plan = planEngineLost(serviceState(client), m_flags.veskInUse);
+    if (plan.gnss)
+        client.setGnssActive(false);
+    if (plan.supl)
+        endNetworkEnrolment(client);
+}
+
 void PositionDaemon::modifySessions(ClientApp &client)
 {
     qCDebug(busyLog, "%s: client: id=%d, modified=%d, interval=%d, actGNSS=%d, actSUPL=%d", __func__,

@@ -25,6 +25,11 @@ StartPlan planStart(const ServiceState &client, quint32 methods)
             .supl = Methods::hasNonSatellite(methods) && !client.actSUPL};
 }
 
+LossPlan planEngineLost(const ServiceState &client, bool libraryLocates)
+{
+    return {.gnss = client.actGNSS, .supl = client.actSUPL && !libraryLocates};
+}
+
 SatelliteRoute routeOf(SatelliteRequest request, bool internalGps, bool internalGpsDisabled)
 {
     if (!internalGps)

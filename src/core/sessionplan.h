@@ -40,6 +40,16 @@ StopPlan planStop(const ServiceState &client, quint32 methodsToStop);
 ModifyPlan planModify(const ServiceState &client);
 StartPlan planStart(const ServiceState &client, quint32 methods);
 
+// What a client loses with the engine, which forgets every session that it ran.
+struct LossPlan {
+    bool gnss = false; // nobody needs to be told
+    bool supl = false;
+
+    bool operator==(const LossPlan &) const = default;
+};
+
+LossPlan planEngineLost(const ServiceState &client, bool libraryLocates);
+
 // Network positioning of all clients together.
 enum class NetworkState { None = 0, Running = 1, Fix = 2 };
 

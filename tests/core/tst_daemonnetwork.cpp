@@ -53,6 +53,7 @@ private slots:
     void anEmptyAnswerIsHandedOnToo();
     void anEngineThatIsLostAnswersWithNothing();
     void nobodyWaitsForAnEngineThatIsNotThere();
+    void anEngineThatIsNotReadyYetIsNotAsked();
     void theLibraryIsAskedWhenItIsInUse();
     void whatTheEngineIsAskedIsNotAskedAgain();
     void withoutInternalReceiverNobodyIsAsked();
@@ -249,6 +250,20 @@ void TestDaemonNetwork::nobodyWaitsForAnEngineThatIsNotThere()
     const QStringList round{asking, taking, u"debug: Sending update to ClientId:  6000"_s,
                             u"critical: onPositionUpdateSUPL: Invalid client in receiver list."_s};
     QCOMPARE(lines.last(8), round + round);
+}
+
+// An application that left may fall due within the second that a new engine has to get ready.
+void TestDaemonNetwork::anEngineThatIsNotReadyYetIsNotAsked()
+{
+    DaemonStage stage;
+    startWithSupl(stage);
+    stage.daemon->onOrvDisconnected();
+    stage.daemon->requestPositionSUPL();
+    QCOMPARE(said(stage), (QStringList{asking, taking}));
+    QCOMPARE(stage.requests(), QStringList());
+    stage.daemon->allowOrvClients();
+    stage.daemon->requestPositionSUPL();
+    QCOMPARE(stage.requests().constLast(), u"locate 1 20"_s);
 }
 
 void TestDaemonNetwork::theLibraryIsAskedWhenItIsInUse()

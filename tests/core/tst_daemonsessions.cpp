@@ -31,6 +31,8 @@ private slots:
     void aLostEngineEndsNetworkPositionsOnlyWhenItServesThem_data();
     void aLostEngineEndsNetworkPositionsOnlyWhenItServesThem();
     void anEngineLostBeforeItIsReadyIsNotAskedEarly();
+    void aFailedAttemptCallsOffWhatWasPending();
+    void oneLossAfterAnotherLeadsToOneAttempt();
     void removingAClientSendsNothing();
 };
 
@@ -318,6 +320,36 @@ void TestDaemonSessions::anEngineLostBeforeItIsReadyIsNotAskedEarly()
     QCOMPARE(later.constFirst(), u"privacy"_s);
     QCOMPARE(later.constLast(), u"start 6000 1 mode 2"_s);
     QCOMPARE(stage.logged({u"debug: Primary SUPL server"_s}).size(), 1);
+}
+
+// What is still connected then is not to be trusted with requests.
+void TestDaemonSessions::aFailedAttemptCallsOffWhatWasPending()
+{
+    DaemonStage stage;
+    stage.makeEngine();
+    QCOMPARE(stage.start(), 0);
+    QCOMPARE(stage.awaitRequests(1), QStringList{u"privacy"_s});
+    const QString socket = stage.tree.at(u"/var/run/orvd/orvd.socket"_s);
+    QVERIFY(QFile::rename(socket, socket + u".away"_s));
+    stage.daemon->reconnectOrv(); // within the half second that the engine has
+    QVERIFY(stage.log.takeLines().contains(u"debug: lodestard: Trying to reconnect after 2 s"_s));
+    QVERIFY(QFile::rename(socket + u".away"_s, socket));
+    // The next attempt comes in 2.5 s; nothing was sent before, and the settings once, a second after it.
+    QCOMPARE(stage.awaitRequests(1), QStringList{u"privacy"_s});
+    QVERIFY(stage.awaitRequests(1).constFirst().startsWith("supl"_L1));
+    QCOMPARE(stage.logged({u"debug: Primary SUPL server"_s}).size(), 1);
+}
+
+void TestDaemonSessions::oneLossAfterAnotherLeadsToOneAttempt()
+{
+    DaemonStage stage;
+    stage.startReady();
+    stage.daemon->onOrvDisconnected();
+    stage.daemon->onOrvDisconnected();
+    // The settings go out a second after the attempts, of which a second one would come half a second
+    // after the loss as well.
+    QVERIFY(stage.awaitRequests(2).constLast().startsWith("supl"_L1));
+    QCOMPARE(stage.engine->connections(), 2);
 }
 
 void TestDaemonSessions::removingAClientSendsNothing()

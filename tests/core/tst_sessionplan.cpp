@@ -7,6 +7,7 @@ Q_DECLARE_METATYPE(ServiceState)
 Q_DECLARE_METATYPE(StopPlan)
 Q_DECLARE_METATYPE(ModifyPlan)
 Q_DECLARE_METATYPE(StartPlan)
+Q_DECLARE_METATYPE(LossPlan)
 Q_DECLARE_METATYPE(SatelliteRequest)
 Q_DECLARE_METATYPE(SatelliteRoute)
 
@@ -23,6 +24,8 @@ private slots:
     void modify();
     void start_data();
     void start();
+    void engineLost_data();
+    void engineLost();
     void route_data();
     void route();
 };
@@ -128,6 +131,36 @@ void TestSessionPlan::start()
     QCOMPARE(plan.tellClient, expected.tellClient);
     QCOMPARE(plan.gnss, expected.gnss);
     QCOMPARE(plan.supl, expected.supl);
+}
+
+void TestSessionPlan::engineLost_data()
+{
+    QTest::addColumn<ServiceState>("client");
+    QTest::addColumn<bool>("libraryLocates");
+    QTest::addColumn<LossPlan>("expected");
+
+    const auto row = [](const char *name, const ServiceState &client, bool libraryLocates,
+                        const LossPlan &expected) {
+        QTest::newRow(name) << client << libraryLocates << expected;
+    };
+    const ServiceState both{.stopped = false, .actGNSS = true, .actSUPL = true};
+
+    row("both go when the engine locates by the network too", both, false, {.gnss = true, .supl = true});
+    row("the enrolment stays when the library locates", both, true, {.gnss = true});
+    row("a satellite client loses its session", {.stopped = false, .actGNSS = true}, false, {.gnss = true});
+    row("a network client of the engine loses its enrolment", {.stopped = false, .actSUPL = true}, false,
+        {.supl = true});
+    row("a network client of the library loses nothing", {.stopped = false, .actSUPL = true}, true, {});
+    row("a stopped client whose sessions still run loses them", {.actGNSS = true, .actSUPL = true}, false,
+        {.gnss = true, .supl = true});
+    row("who has nothing loses nothing", {.stopped = false}, false, {});
+}
+
+void TestSessionPlan::engineLost()
+{
+    QFETCH(ServiceState, client);
+    QFETCH(bool, libraryLocates);
+    QTEST(planEngineLost(client, libraryLocates), "expected");
 }
 
 void TestSessionPlan::route_data()

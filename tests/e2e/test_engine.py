@@ -1,8 +1,7 @@
-"""The engine's comings and goings: which one is chosen, the test engine, what it answers, how it is lost."""
+"""Which engine is chosen, the test engine, one that is not there, and what an engine answers."""
 
 import contextlib
 import os
-import signal
 import time
 from pathlib import Path
 
@@ -11,8 +10,7 @@ import pytest
 from harness import client as app
 from harness import files, wire
 from harness.engine import REAL, TEST
-from harness.mailbox import wait_until
-from harness.road import Road, latitudes, near, time_between
+from harness.road import Road, near
 
 FAKE_IN_USE = ">>>>> Using fake position source! <<<<<<"
 INTERPRETER = "/usr/bin/python2.6"
@@ -184,98 +182,3 @@ def test_answers_that_are_only_logged(road):
         f"ORV Message received. id: 0x{id} length: {length}" for id, length in (
             ("ef02", 8), ("ef02", 8), ("ef10", 8), ("ef01", 12), ("1234", 8), ("ef02", 6))]
     assert road.engine.pending() == []
-
-
-# ---- losing it
-
-def test_an_engine_that_went_away_is_found_again(road):
-    """After half a second, and a second more until it is asked; sessions begin anew, once each."""
-    client = road.satellite_client(interval=5000)
-    road.fix(client, 10)
-    client.wait_for_fix()
-    road.engine.disconnect()
-    road.daemon.wait_for_message("MsgSockClient::inMessage: Connection to ORV lost.", "Warning")
-    road.daemon.wait_for_message("MsgSockClient::shutdown()", "Debug")
-    road.engine.expect(wire.RegisterPrivacy)
-    begin = time.monotonic()
-    road.engine.expect(wire.SuplServers)
-    assert 0.5 <= time.monotonic() - begin
-    start = road.engine.expect(wire.GnssRequest)
-    assert (start.session, start.command, start.interval) == (client.id, wire.START, 5)
-    road.fix(client, 11)
-    road.fix(client, 12)
-    road.settle(client)
-    assert latitudes(client.fixes()) == [10, 11, 12]
-    assert road.engine.pending() == []
-    assert road.lines("MsgSockClient::connect") == 2 * ["MsgSockClient::connect: Connected to orv."]
-    assert road.lines("MsgSockClient::shutdown") == ["MsgSockClient::shutdown()"]
-
-
-def test_an_engine_that_is_gone_for_long(stage):
-    """The waits grow, and one success resets them."""
-    road = Road(stage, faketime="+0 x20")
-    road.engine.refuse()
-    road.engine.disconnect()
-    for seconds in (2, 12):
-        road.daemon.wait_for_message(f"lodestard: Trying to reconnect after {seconds} s", "Debug")
-    assert road.daemon.messages("Warning").count("lodestard: ORVComm reconnection failed.") == 2
-    road.engine.listen()
-    road.engine.expect(wire.RegisterPrivacy)
-    assert 10 <= time_between(road.daemon, "reconnect after 12 s", "Connected to orv.") <= 30
-    road.engine.expect(wire.SuplServers)
-
-
-def test_clients_are_told_that_satellites_are_out_of_reach(stage, road):
-    """While the engine is away a started client of satellites hears so at the next plan."""
-    client = road.satellite_client()
-    road.engine.refuse()
-    road.engine.disconnect()
-    road.daemon.wait_for_message("MsgSockClient::inMessage: Connection to ORV lost.", "Warning")
-    client.configure(app.SATINFO_STOP)
-    assert not client.wait_for_fix().has_time
-    assert [request.command for request in road.engine.all(wire.GnssRequest)] == [wire.START]
-    client.stop()
-    road.engine.listen()
-    road.engine.expect(wire.SuplServers)
-    road.settle(client)
-    assert road.engine.pending() == []
-
-
-def test_an_engine_that_does_not_read(road):
-    """A full socket costs two seconds and a line; then the daemon goes on."""
-    client = road.satellite_client()
-    road.engine.stop_reading()
-    full = "MsgSockClient::send: send() : Resource temporarily unavailable"
-
-    def full_after_one_more():
-        client.configure(app.SET_INTERVAL, interval=3000)
-        return road.daemon.has_message(full, "Critical")
-
-    wait_until(full_after_one_more, "the socket is full", poll=0)
-    assert len(client.latest_position()) == 37
-    road.engine.resume_reading()
-    client.configure(app.SET_INTERVAL, interval=7000)
-    road.engine.expect(wire.GnssRequest, interval=7)
-    road.fix(client, 10)
-    assert near(10)(client.wait_for_fix())
-
-
-def test_usr1_deletes_all_assistance_data(road):
-    for _ in range(3):
-        road.daemon.signal(signal.SIGUSR1)
-        assert road.engine.expect(wire.DeleteAssistance).mask == 0x11111111
-    road.settle()
-    assert road.lines("Deleting all") == 3 * ["Deleting all GPS assistance data."]
-    assert road.lines("deleteAssistanceData") == []
-
-
-def test_an_engine_that_keeps_dying_ends_the_daemon(stage):
-    """Told by a clock that stands still between its ends."""
-    road = Road(stage, faketime="2026-06-01 12:00:00", environment={"FAKETIME_DONT_FAKE_MONOTONIC": "1"})
-    for count in range(2, 11):
-        road.engine.disconnect()
-        if count < 10:
-            road.engine.wait_connected(count)
-    assert road.daemon.wait_exit() == 1
-    assert road.daemon.messages("Fatal") == [
-        "PositionDaemon::onOrvDisconnected Too frequent respawns from ORV - exiting"]

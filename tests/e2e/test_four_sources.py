@@ -13,6 +13,7 @@ from dataclasses import replace
 
 from harness import client as app
 from harness import sidechannel, wire
+from harness.clock import StandingClock
 from harness.daemon import LINE, faketime_library
 from harness.geoclue import FakeGeoClue, Place
 from harness.gypsy import ADDRESS, OTHER, Device, ExternalRoad
@@ -21,7 +22,6 @@ from harness.model import ADDRESS as ADDRESS_KEY
 from harness.model import INTERNAL, ModelDaemon
 from harness.settings import KEYS
 from harness.sidechannel import SideChannelPeer
-from harness.standingclock import StandingClock
 from harness.stream import read_fix
 
 HOUR = 3600

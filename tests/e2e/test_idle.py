@@ -1,7 +1,6 @@
 """A daemon that nobody asks for anything sleeps."""
 
 import os
-import re
 import time
 from pathlib import Path
 
@@ -17,33 +16,26 @@ def window():
     return 15 if "-fsanitize=address" in cache else 60
 
 
-def wake_ups(daemon):
-    """How often each thread has given up the processor to wait, by thread."""
-    tasks = Path(f"/proc/{daemon.pid}/task")
-    return {task.name: int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)$", (task / "status").read_text(), re.M)[1])
-            for task in tasks.iterdir()}
-
-
 def test_no_thread_wakes_up_in_an_idle_minute(stage, ready_engine):
     """An engine is connected and silent; no client has come yet."""
     daemon = stage.daemon()
     ready_engine.expect(wire.SuplServers)
     daemon.wait_for_message("assignClients", "Debug")
-    seen = [wake_ups(daemon)]
+    seen = [daemon.wake_ups()]
 
     def calm():
         """The last of start-up is over: nothing for half a second."""
-        seen.append(wake_ups(daemon))
+        seen.append(daemon.wake_ups())
         return len(seen) > 5 and all(counts == seen[-1] for counts in seen[-5:])
 
     wait_until(calm, "start-up is over", poll=0.1)
-    before = wake_ups(daemon)
+    before = daemon.wake_ups()
     lines = daemon.mark()
     time.sleep(window())  # the measurement itself, not a wait for something to happen
-    assert wake_ups(daemon) == before
+    assert daemon.wake_ups() == before
     assert daemon.lines()[lines:] == []
     assert stage.client().register() == 6000  # it is asleep, not dead
-    assert wake_ups(daemon) != before
+    assert daemon.wake_ups() != before
 
 
 def test_no_thread_wakes_up_while_satellites_are_withheld(stage):
@@ -57,7 +49,7 @@ def test_no_thread_wakes_up_while_satellites_are_withheld(stage):
     samples = []
 
     def over():
-        samples.append((time.monotonic(), wake_ups(road.daemon)))
+        samples.append((time.monotonic(), road.daemon.wake_ups()))
         return road.engine.pending(wire.GnssRequest)
 
     wait_until(over, "satellites are allowed again", poll=0.05)

@@ -67,8 +67,8 @@ class _Lines:
 
 
 class Daemon:
-    """One process. `faketime` is libfaketime's specification ("+0 x60"); `preload` lists libraries;
-    an environment value of None removes the variable."""
+    """One process. `faketime` is libfaketime's specification ("+0 x60") or a HandClock; `preload` lists
+    libraries; an environment value of None removes the variable."""
 
     def __init__(self, session, system, arguments=("-v",), environment=None, faketime=None, preload=(),
                  wrapper=(), cwd="/"):
@@ -86,7 +86,7 @@ class Daemon:
         libraries = [preloadable(library) for library in preload]
         if faketime:
             libraries.append(faketime_library())
-            variables["FAKETIME"] = faketime
+            variables.update({"FAKETIME": faketime} if isinstance(faketime, str) else faketime.environment)
         if libraries:
             variables["LD_PRELOAD"] = ":".join(libraries)
         variables.update(environment or {})
@@ -150,6 +150,12 @@ class Daemon:
     def wait_ready(self, timeout=None):
         self.wait_for_line(INIT_DONE, timeout)
         return self
+
+    def wake_ups(self):
+        """How often each thread has given up the processor to wait, by thread."""
+        tasks = [task.name for task in os.scandir(f"/proc/{self.pid}/task")]
+        return {task: int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)$", self.proc(f"task/{task}/status"), re.M)[1])
+                for task in tasks}
 
     # ---- the end
 

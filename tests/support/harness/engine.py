@@ -30,6 +30,7 @@ class ScriptedEngine:
         self._peer = None
         self._listener = None
         self._reading = True
+        self._hangs_up = False
         self._wake_read, self._wake_write = os.pipe()
         self._ended = False
         self.listen()
@@ -64,6 +65,12 @@ class ScriptedEngine:
             self._peer.close()
             self._peer = None
         self._wake()
+
+    def hang_up(self, always=True):
+        """Closes every connection as soon as it is accepted, from now on; the open one at once."""
+        self._hangs_up = always
+        if always:
+            self.disconnect()
 
     def stop_reading(self):
         """Leaves the daemon's messages where they are until its sends block."""
@@ -136,7 +143,9 @@ class ScriptedEngine:
             peer, _ = self._listener.accept()
             if self._peer:
                 self._peer.close()
-            self._peer = peer
+            self._peer = None if self._hangs_up else peer
+            if self._hangs_up:
+                peer.close()
             self.connections.append("connected")
 
     def _drain(self):

@@ -18,19 +18,23 @@ EMPTY_FIX = bytes(4) + b"\xff" * 4 + b"\0" + struct.pack(">ddd", *[math.nan] * 3
 
 
 class Road:
-    """A daemon whose engine is ready. `consent=False` leaves the user's consent out. Network positions
-    are searched for and not found for 20 s, unless the test brings its own GeoClue or `geoclue=False`."""
+    """A daemon whose engine is ready. `consent=False` leaves the user's consent out; `clock` is a HandClock.
+    Network positions are searched for and not found for 20 s, unless the test brings its own GeoClue or
+    `geoclue=False`."""
 
-    def __init__(self, stage, *arguments, consent=True, engine_path=None, geoclue=True, **options):
+    def __init__(self, stage, *arguments, consent=True, engine_path=None, clock=None, geoclue=True, **options):
         self.stage = stage
         if geoclue and not stage.system.owner_of(GEOCLUE):
             FakeGeoClue(stage.system)
         if consent:
             files.marker("location_ok")
         self.engine = stage.engine(**({"path": engine_path} if engine_path else {}))
-        self.daemon = stage.daemon(*arguments, **options)
-        self.engine.expect(wire.SuplServers)  # the last thing that happens before clients are served
+        self.daemon = stage.daemon(*arguments, **({"faketime": clock} if clock else {}), **options)
         self._caller = stage.client()
+        self._clock = clock
+        if clock:
+            self.wind(0.5)
+        self.engine.expect(wire.SuplServers)  # the last thing that happens before clients are served
         self._marks = itertools.count(10000)
         self._settled = 0  # the line of the last mark
 
@@ -74,6 +78,10 @@ class Road:
     def supl(self, latitude, longitude=8.5):
         """Sends a SUPL answer that nobody asked for."""
         self.engine.send(wire.supl_response(0, wire.position(latitude, longitude)))
+
+    def wind(self, seconds):
+        """Moves the daemon's HandClock on; what becomes due is done then."""
+        self._clock.wind(self._caller, seconds)
 
     def lines(self, start):
         """The messages that begin with this text."""
