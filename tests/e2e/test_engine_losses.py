@@ -12,7 +12,7 @@ from gi.repository import GLib
 from harness import client as app
 from harness import files, wire
 from harness.clock import HandClock
-from harness.daemon import LINE
+from harness.daemon import LINE, is_sanitized
 from harness.road import Road, latitudes
 
 LOST = "MsgSockClient::inMessage: Connection to ORV lost."
@@ -34,7 +34,7 @@ def kill(road):
     """The engine dies, comes back at once and gets ready."""
     lose(road)
     road.wind(0.5)
-    road.wind(1.2)  # a watchdog's two minutes are no multiple of this
+    road.wind(4.2)  # a watchdog's two minutes are no multiple of the whole
     road.engine.expect(wire.SuplServers)
     road.engine.pending()  # nothing is unread when it dies again
 
@@ -129,8 +129,8 @@ def test_two_hundred_kills_leave_nothing_behind(stage):
     """Descriptors, memory, timers; the clock goes on, so that it is never too much."""
     files.marker("use_supl")
     road = Road(stage, clock=HandClock())
-    clients = [road.client(KINDS[number % 3], LONG, extra=app.SATINFO_START) for number in range(30)]
-    for _ in range(100):  # watchdogs of lost sessions go on for two minutes: as many as there will ever be
+    clients = [road.client(KINDS[number % 3], LONG, extra=app.SATINFO_START) for number in range(18)]
+    for _ in range(30):  # watchdogs of lost sessions go on for two minutes: as many as there will ever be
         kill(road)
     road.engine.skip()
     attempts = count(road, TRYING)
@@ -139,11 +139,12 @@ def test_two_hundred_kills_leave_nothing_behind(stage):
         kill(road)
     assert written_by_a_kill(road) == written
     assert descriptors(road.daemon) == opened
-    assert resident(road.daemon) - memory < 1024  # KiB
+    if not is_sanitized():  # whose freed memory waits before it is used again
+        assert resident(road.daemon) - memory < 1024  # KiB
     assert count(road, TRYING) == attempts + 200
     road.engine.expect(wire.SuplRequest)
     assert Counter(m.session for m in road.engine.all(wire.GnssRequest)) == {
-        client.id: 301 for client in of_kind(clients, app.SATELLITE, app.ALL)}
+        client.id: 231 for client in of_kind(clients, app.SATELLITE, app.ALL)}
 
     for client in clients:
         client.stop()

@@ -1,10 +1,9 @@
 """A daemon that nobody asks for anything sleeps."""
 
-import os
 import time
-from pathlib import Path
 
 from harness import wire
+from harness.daemon import is_sanitized
 from harness.mailbox import DEADLINE, wait_until
 from harness.peers import FakeScreenSaver
 from harness.road import Road
@@ -12,8 +11,7 @@ from harness.road import Road
 
 def window():
     """Seconds to watch: a minute, of which a sanitizer's build sees a part."""
-    cache = Path(os.environ["LODESTARD_BUILD"], "CMakeCache.txt").read_text(encoding="utf-8")
-    return 15 if "-fsanitize=address" in cache else 60
+    return 15 if is_sanitized() else 60
 
 
 def test_no_thread_wakes_up_in_an_idle_minute(stage, ready_engine):

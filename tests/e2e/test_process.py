@@ -10,6 +10,7 @@ from gi.repository import GLib
 from harness import client as app
 from harness import files, wire
 from harness.daemon import binary
+from harness.mailbox import wait_until
 from harness.peers import FakeDeviceState
 
 CATCHING = {signal.SIGUSR1, signal.SIGINT, signal.SIGHUP, signal.SIGTERM, signal.SIGABRT, signal.SIGBUS, signal.SIGSEGV}
@@ -179,8 +180,13 @@ def test_the_user_signal_waits_while_a_call_blocks(stage, ready_engine):
     client.hang()
     ready_engine.send(wire.notification(client.id, wire.NO_FIX, wire.satellites(wire.satellite(3, 0, 40, 50, 60))))
     client.wait_for("satellitesInViewUpdate")
+    main = str(daemon.pid)
+    wait_until(lambda: daemon.status("State").startswith("S"), "the call waits for its answer")
+    asleep = daemon.wake_ups()[main]
     daemon.signal(signal.SIGUSR1)
+    wait_until(lambda: daemon.wake_ups()[main] > asleep, "the handler has run, and the call waits again")
     assert ready_engine.pending() == []
+    assert not daemon.has_message("Deleting all GPS assistance data.")
     client.release()
     ready_engine.expect(wire.DeleteAssistance, mask=0x11111111)
 

@@ -368,12 +368,21 @@ def test_an_empty_user_is_taken_literally(stage):
 
 
 def test_without_a_user_the_settings_live_in_memory(stage):
+    """There is no file to write, as each change is told; the next start knows nothing of them."""
+    def places():
+        return [path for top in ("/home", "/tmp", "/run", "/var", "/etc/xdg") for path in Path(top).rglob("*location*")]
+
+    root = os.listdir("/")
     daemon, settings = stage.daemon(environment={"USER": None}), stage.settings()
-    assert settings.get("Positioning") is True
-    settings.set("WiFiPositioning", False)
+    assert settings.get("WiFiPositioning") is True
+    assert settings.set("WiFiPositioning", False) is False
+    assert daemon.messages("Critical")[-1] == "LocationSecureSettings::set: Cannot write setting WiFiPositioning to disk"
+    assert settings.announced() == []
     assert settings.get("WiFiPositioning") is False
-    assert [path for path in Path("/home").rglob("location_settings")] == []
-    assert daemon.is_running()
+    assert (places(), os.listdir("/")) == ([], root)
+    daemon.stop()
+    stage.daemon(environment={"USER": None})
+    assert settings.get("WiFiPositioning") is True
 
 
 def fill(directory):

@@ -5,6 +5,7 @@ machine gets round to it.
 """
 
 import signal
+import time
 from datetime import datetime
 
 import pytest
@@ -13,7 +14,9 @@ from harness import client as app
 from harness import files, wire
 from harness.clock import HandClock
 from harness.daemon import LINE
+from harness.geoclue import FakeGeoClue
 from harness.mailbox import wait_until
+from harness.network import HELSINKI, TAMPERE
 from harness.road import Road, latitudes, near, time_between
 
 LOST = "MsgSockClient::inMessage: Connection to ORV lost."
@@ -61,8 +64,8 @@ def test_an_engine_that_went_away_is_asked_again_after_a_second_and_a_half(wound
     wound.fix(client, 10)
     client.wait_for_fix()
     lose(wound)
-    assert wound.lines("MsgSockClient::shutdown") == ["MsgSockClient::shutdown()"]
     wound.wind(0.45)
+    assert wound.lines("MsgSockClient::shutdown") == ["MsgSockClient::shutdown()"]
     assert count(wound, TRYING) == 1
     wound.wind(0.1)
     assert count(wound, TRYING) == count(wound, CONNECTED) == 2
@@ -214,7 +217,9 @@ def test_an_engine_that_does_not_read(road):
         return road.daemon.has_message(full, "Critical")
 
     wait_until(full_after_one_more, "the socket is full", poll=0)
+    begin = time.monotonic()
     client.configure(app.SET_INTERVAL, interval=4000)
+    assert time.monotonic() - begin >= 1.9  # it might have read meanwhile
     assert road.daemon.messages("Critical") == 2 * [full]
     road.fix(other, 20)  # what it says is heard
     assert near(20)(other.wait_for_fix())
@@ -341,3 +346,20 @@ def test_the_network_library_goes_on_without_an_engine(wound):
     assert wound.lines("Scheduler::addClient") == [
         f"Scheduler::addClient: id: {c.id}, interval: 3600" for c in (client, mixed, late)]
     assert wound.lines("Could not find") == []
+
+
+def test_the_network_library_finds_positions_while_the_engine_is_away(stage):
+    geoclue = FakeGeoClue(stage.system, HELSINKI)
+    road = Road(stage)
+    client = road.client(app.NON_SATELLITE)
+    client.wait_for_fix(near(HELSINKI.latitude))
+    lose(road, stays_away=True)
+    geoclue.place = TAMPERE
+    client.wait_for_fix(near(TAMPERE.latitude))
+    road.engine.listen()
+    road.engine.expect(wire.SuplServers)
+    geoclue.place = HELSINKI
+    client.wait_for_fix(near(HELSINKI.latitude), after=2)
+    assert len(client.callbacks) == 3
+    assert road.lines("Scheduler::removeClient") == []
+    assert road.engine.pending() == []

@@ -22,6 +22,12 @@ def binary():
     return path
 
 
+def is_sanitized():
+    """Is this a build with the sanitizers?"""
+    with open(os.path.join(os.environ["LODESTARD_BUILD"], "CMakeCache.txt"), encoding="utf-8") as cache:
+        return "-fsanitize=address" in cache.read()
+
+
 def faketime_library():
     found = glob.glob("/usr/lib/*/faketime/libfaketime.so.1")
     assert found, "libfaketime is missing"
