@@ -187,6 +187,17 @@ def test_satellites_off_and_on(road):
     assert engine_requests(road) == []
 
 
+def test_a_reset_of_all_settings_brings_the_internal_receiver_back(road):
+    """Its key comes before the address, which nobody looks up any more."""
+    clients = [road.receiving() for _ in range(2)]
+    road.asked()
+    settings = road.stage.settings()
+    assert settings.reset()
+    assert road.asked(lookups=True) == road.shut_down()
+    assert engine_requests(road) == each(wire.START, clients)
+    assert settings.announced() == [INTERNAL, ADDRESS_KEY]
+
+
 def test_the_engine_going_away_does_not_touch_the_external_receiver(stage):
     road = ExternalRoad(stage)
     client = road.receiving()

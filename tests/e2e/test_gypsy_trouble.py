@@ -273,8 +273,8 @@ def test_a_gypsy_that_was_started_anew(road):
     assert latitudes(client.fixes()) == [60]
 
 
-@pytest.mark.parametrize("peer, method", [("bluez", "RequestSession"), ("gypsy", "Create"), ("gypsy", "Start"),
-                                          ("gypsy", "Shutdown")])
+@pytest.mark.parametrize("peer, method", [("bluez", "DefaultAdapter"), ("bluez", "RequestSession"), ("gypsy", "Create"),
+                                          ("gypsy", "Start"), ("gypsy", "GetFixStatus"), ("gypsy", "Shutdown")])
 def test_an_answer_that_comes_late(road, peer, method):
     """Everything waits for it; then everything goes on, in order."""
     client, service = road.stage.client(), getattr(road, peer)
@@ -290,7 +290,7 @@ def test_an_answer_that_comes_late(road, peer, method):
     else:
         thread = starting(client, app.SATELLITE)
         service.held.wait_for(lambda call: call[2] == method)
-        road.device.position(PLACE, 0, 60.0, 25.0)  # too early: nobody has a session
+        road.device.position(PLACE, 0, 60.0, 25.0)  # too early for most: nobody has a session
         service.release(method)
         assert finished(thread)
     road.device.position(PLACE, 0, 61.0, 25.0)

@@ -10,6 +10,9 @@ UNKNOWN = "Unknown VESK request!"
 REPORT = (wire.position(45.0, 22.5, along=1025, ortho=575, angle=200, altitude=200, altitude_error=21, geoid=40),
           wire.time_of_fix(2026, 11, 21, 19, 8, 59123),
           wire.velocity(heading=-1000, speed=1000, climb=50))
+# What the peer makes of it.
+FIELDS = (pytest.approx(45.0, abs=1e-7), pytest.approx(22.5, abs=1e-7), 120.0, 10.25, 5.75, 200, 10, 36,
+          2026, 11, 21, 19, 8, 59123)
 
 
 @pytest.fixture
@@ -39,15 +42,17 @@ def test_a_report_is_passed_on_with_every_field(receiving, peer):
     peer.request(sidechannel.START)
     assert peer.ask(FIXED) == 1
     (position,) = streamed(receiving, peer, REPORT)
-    assert position == (pytest.approx(45.0, abs=1e-7), pytest.approx(22.5, abs=1e-7), 120.0, 10.25, 5.75, 200, 10, 36,
-                        2026, 11, 21, 19, 8, 59123)
+    assert position == FIELDS
 
 
-def test_a_speed_that_the_engine_does_not_know_is_65535(receiving, peer):
+@pytest.mark.parametrize("velocity, speed", [([wire.velocity(heading=100)], 0xFFFF), ([], 0)],
+                         ids=["not known to the engine", "no velocity at all"])
+def test_a_report_without_a_speed_is_passed_on_with_every_other_field(receiving, peer, velocity, speed):
+    """Nothing stays of the report before."""
     peer.request(sidechannel.START)
     peer.ask(FIXED)
-    (position,) = streamed(receiving, peer, (REPORT[0], wire.velocity(heading=100)))
-    assert position[7] == 0xFFFF
+    _, position = streamed(receiving, peer, REPORT, (*REPORT[:2], *velocity))
+    assert position == (*FIELDS[:7], speed, *FIELDS[8:])
 
 
 def test_nothing_is_streamed_before_it_is_asked_for_nor_after_it_was_stopped(receiving, peer):
@@ -96,16 +101,27 @@ def test_the_stream_survives_a_lost_engine(stage, receiving, peer):
     assert len(streamed(receiving, peer, REPORT)) == 1
 
 
-def test_without_an_internal_receiver_streaming_is_only_logged(stage, peer):
-    files.sysinfo(files.INTERNAL_GPS, b"\0")
+@pytest.mark.parametrize("link", ["there", "away", "none"])
+def test_only_the_stream_needs_an_engine(stage, peer, link):
+    """Every command does the same whether the engine is there, away, or the device has none."""
+    files.user_settings(WiFiPositioning=False)
+    if link == "none":
+        files.sysinfo(files.INTERNAL_GPS, b"\0")
+    engine = stage.engine() if link == "there" else None
     daemon = stage.daemon()
-    for command in (sidechannel.START, sidechannel.STOP):
+    if engine:
+        engine.expect(wire.SuplServers)
+        engine.skip()
+    commands = (sidechannel.START, sidechannel.STOP, CELLULAR, WIFI, CONNECTIVITY, 0x85)
+    for command in commands:
         peer.request(command)
-    assert peer.ask(CELLULAR) == 1
+    assert peer.ask(FIXED) == 1
+    assert peer.settings.items() == [(CELLULAR, 1), (WIFI, 0), (CONNECTIVITY, 1), (FIXED, 1)]
     assert [text for text in daemon.messages("Debug") if text.startswith("PositionDaemon::VESKRequest")] == [
-        "PositionDaemon::VESKRequest(0x1)", "PositionDaemon::VESKRequest(0x2)", "PositionDaemon::VESKRequest(0x81)"]
-    assert not daemon.has_message(UNKNOWN)
+        f"PositionDaemon::VESKRequest(0x{command:x})" for command in (*commands, FIXED)]
+    assert daemon.messages("Warning").count(UNKNOWN) == 1
     assert len(peer.positions) == 0
+    assert not engine or engine.pending() == []
 
 
 # ---- queries
