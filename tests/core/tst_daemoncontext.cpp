@@ -76,6 +76,7 @@ private slots:
     void aTakenNameDoesNotEndTheStart();
     void roundsWithholdSatellites();
     void theScreenIsWatchedWhilePowerSaveNeedsIt();
+    void aSearchUnderAKnownDarkScreenBeginsAtOnce();
     void whatResetsPowerSave();
     void reportsAreHandledInTheirOrder();
     void networkClientsKeepTheirMethods();
@@ -332,6 +333,25 @@ void TestDaemonContext::theScreenIsWatchedWhilePowerSaveNeedsIt()
     stage.daemon->onPowerSaveContextUnsubscribe();
     saver.setActive(true);
     QTRY_VERIFY(stage.log.lines().contains(u"debug: PositionDaemon::onScreenBlanked screenBlanked=1"_s));
+}
+
+void TestDaemonContext::aSearchUnderAKnownDarkScreenBeginsAtOnce()
+{
+    const FakeScreenSaver saver(FakeScreenSaver::Freedesktop, true);
+    DaemonStage stage;
+    stage.startReady();
+    darkSearch(stage);
+    stage.daemon->onGNSSStateUpdated(ORVComm::Tracking); // over, and the screen is watched on
+    stage.log.takeLines();
+    searching(stage);
+    QCOMPARE(stage.logged({u"debug: PositionDaemon::enable"_s, u"debug: PositionDaemon::onPower"_s,
+                           u"debug: assign"_s}),
+             (QStringList{u"debug: PositionDaemon::enablePowerSave"_s,
+                          u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s,
+                          u"debug: assignClients"_s})); // one plan, the report's own
+    QCOMPARE(stage.requests(), QStringList());
+    stage.daemon->onPowerSaveTimeout();
+    QCOMPARE(stage.requests(), QStringList{u"stop 6000"_s});
 }
 
 void TestDaemonContext::whatResetsPowerSave()

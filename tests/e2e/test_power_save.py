@@ -40,6 +40,11 @@ def wait_round(road, number, count=1):
     return road.daemon.wait_for_message(ROUND.format(number), "Debug", timeout=LONG, count=count)
 
 
+def without_place(fix):
+    """What a client is told two minutes after its start, when there was no fix."""
+    return not fix.valid
+
+
 def withheld(road):
     """A searching client whose satellites have just been withheld for the first time."""
     client = road.satellite_client()
@@ -103,6 +108,9 @@ def test_light_brings_satellites_back_at_once(stage):
     lines = road.daemon.lines()
     began = max(index for index, line in enumerate(lines) if ROUND.format(6) in line)
     assert (moment(lines[lit]) - moment(lines[began])).total_seconds() % 86400 < 115  # not by the round's end
+    # As long as there is light they stay: no round goes on, and none begins.
+    road.satellite_client().wait_for_fix(without_place, timeout=LONG)
+    assert road.lines("PositionDaemon::onPowerSaveTimeout")[-1] == ROUND.format(6)
     # Dark again: everything from the beginning.
     saver.show(True)
     expect(road, wire.STOP)
@@ -149,7 +157,7 @@ def test_a_fix_ends_it(stage):
 
 
 def test_a_client_that_stops_ends_it(stage):
-    FakeScreenSaver(stage.session, active=True)
+    saver = FakeScreenSaver(stage.session, active=True)
     road = Road(stage, faketime="+0 x60")
     client = road.satellite_client()
     wait_round(road, 1)
@@ -157,7 +165,11 @@ def test_a_client_that_stops_ends_it(stage):
     road.daemon.wait_for_message("GNSS mode: Idle", "Debug")
     road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug")
     road.daemon.wait_for_message("PositionDaemon::onPowerSaveContextUnsubscribe", "Debug", timeout=LONG)
-    assert not road.daemon.has_message(ROUND.format(2))
+    # The round has not been left running: later searches, in the light, see nothing of its end.
+    saver.show(False)
+    for _ in range(2):
+        road.satellite_client().wait_for_fix(without_place, timeout=LONG)
+    assert road.lines("PositionDaemon::onPowerSaveTimeout") == [ROUND.format(1)] * 2  # the stop began it anew
 
 
 def test_a_request_for_satellites_begins_anew(stage):
@@ -193,9 +205,9 @@ def test_a_setting_of_satellites_begins_anew(stage, key):
 
 def test_a_screen_saver_may_be_absent_come_late_and_vanish(stage):
     road = Road(stage, faketime="+0 x60")
-    # Without one the screen counts as lit. A client is told after two minutes that there is no fix.
+    # Without one the screen counts as lit.
     for _ in range(3):
-        road.satellite_client().wait_for_fix(lambda fix: not fix.valid, timeout=LONG)
+        road.satellite_client().wait_for_fix(without_place, timeout=LONG)
     assert road.lines("PositionDaemon::enablePowerSave") == ["PositionDaemon::enablePowerSave"]
     assert road.lines("PositionDaemon::onPowerSaveTimeout") == []
     assert road.engine.pending() == []
@@ -249,6 +261,24 @@ def test_the_screen_is_watched_only_while_it_matters(stage):
     client.configure(app.START)
     wait_round(road, 1)
     assert [call[2] for call in saver.calls.items()] == ["GetActive"] * 2
+
+
+def test_the_screen_is_let_go_in_time_however_often_searches_end(stage):
+    FakeScreenSaver(stage.session, active=False)
+    road = Road(stage, faketime="+0 x10")
+    client = road.satellite_client()
+    client.stop()
+    first = road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug")
+    for count in (1, 2, 3):  # 45 s
+        stage.client().prestart(False, True)
+        road.daemon.wait_for_message("PositionDaemon::removePrestartClient", "Debug", timeout=LONG, count=count)
+    client.configure(app.START)
+    client.stop()
+    again = road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug", count=2)
+    freed = road.daemon.wait_for_message("PositionDaemon::onPowerSaveContextUnsubscribe", "Debug", timeout=LONG)
+    first, again, freed = (moment(road.daemon.lines()[index]) for index in (first, again, freed))
+    assert (freed - first).total_seconds() % 86400 >= 149
+    assert (freed - again).total_seconds() % 86400 < 140
 
 
 def test_a_screen_saver_that_hangs_holds_nothing_up(stage):

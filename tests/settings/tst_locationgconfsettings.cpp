@@ -4,8 +4,12 @@
 #include "support/privatebus.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFile>
 #include <QMetaMethod>
+#include <QProcess>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -21,6 +25,40 @@ QString stored(const QString &name)
     return KeyStore::read(Folder + u'/' + name);
 }
 
+// While it lives, an operator's rule keeps everybody from writing one key, which stays unset. Only
+// dconf has such rules.
+class LockedKey
+{
+public:
+    explicit LockedKey(const QString &name)
+    {
+        const QString site = m_directory.filePath(u"site"_s);
+        const QString database = m_directory.filePath(u"site.db"_s);
+        const QString profile = m_directory.filePath(u"profile"_s);
+        QDir(m_directory.path()).mkpath(u"site/locks"_s);
+        write(site + u"/locks/all"_s, Folder + u'/' + name + u'\n');
+        write(profile, u"user-db:user\nfile-db:%1\n"_s.arg(database));
+        m_holds = KeyStore::isDconf() && QProcess::execute(u"dconf"_s, {u"compile"_s, database, site}) == 0;
+        qputenv("DCONF_PROFILE", profile.toLocal8Bit());
+    }
+    ~LockedKey() { qunsetenv("DCONF_PROFILE"); }
+    LockedKey(const LockedKey &) = delete;
+    LockedKey &operator=(const LockedKey &) = delete;
+
+    bool holds() const { return m_holds; }
+
+private:
+    static void write(const QString &path, const QString &text)
+    {
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(text.toUtf8()) < 0)
+            qFatal("%s cannot be written", qPrintable(path));
+    }
+
+    QTemporaryDir m_directory;
+    bool m_holds = false;
+};
+
 } // namespace
 
 class TestLocationGConfSettings : public QObject
@@ -35,6 +73,7 @@ private slots:
     void places();
     void defaults();
     void defaultsLeaveWhatIsSet();
+    void defaultsGoOnBehindOneThatIsNotTaken();
     void unsetIsNotTheDefault();
     void setTellsWhetherTheValueIsThere();
     void variationAsNumber();
@@ -103,6 +142,19 @@ void TestLocationGConfSettings::defaultsLeaveWhatIsSet()
     QCOMPARE(settings.value(Settings::KeyMagneticVariation), QVariant(-3));
     QCOMPARE(settings.value(Settings::KeyNetworkPositioning), QVariant(true));
     QCOMPARE(settings.value(Settings::KeyVesk), QVariant(true));
+}
+
+void TestLocationGConfSettings::defaultsGoOnBehindOneThatIsNotTaken()
+{
+    const LockedKey locked(u"magneticvariation"_s); // the first of them
+    QCOMPARE(locked.holds(), KeyStore::isDconf());
+    Settings settings(nullptr);
+    QCOMPARE(settings.setDefaults(), locked.holds() ? -1 : 0);
+    QCOMPARE(settings.value(Settings::KeyMagneticVariation).isValid(), !locked.holds());
+    QCOMPARE(settings.set(Settings::KeyMagneticVariation, 3), !locked.holds());
+    for (const auto key :
+         {Settings::KeySatellitePositioning, Settings::KeyNetworkPositioning, Settings::KeyVesk})
+        QCOMPARE(settings.value(key), QVariant(true));
 }
 
 void TestLocationGConfSettings::unsetIsNotTheDefault()
