@@ -5,10 +5,12 @@
 #include <QDBusMessage>
 #include <QDBusServer>
 #include <QDBusVirtualObject>
+#include <QHash>
 #include <QTest>
 #include <QThread>
 
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
