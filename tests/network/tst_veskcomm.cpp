@@ -265,7 +265,7 @@ void TestVeskComm::aPositionIsEmittedAsAFix()
     library.observer->veskRequestFinished(0, vesk::CurrentPosition);
     QCOMPARE(bench.log.lines(), QStringList{u"debug: VESKComm::veskRequestFinished vsek_err: 0"_s});
     QCOMPARE(bench.updates(), 1);
-    const Bench::Update &update = bench.positions.front();
+    const Bench::Update update = bench.positions.front();
     QCOMPARE(update.error, 0);
     QCOMPARE(update.fix.coordinate().latitude(), 60.17);
     QCOMPARE(update.fix.attribute(QGeoPositionInfo::HorizontalAccuracy), 80.0);
@@ -275,7 +275,7 @@ void TestVeskComm::aPositionIsEmittedAsAFix()
     *library.position = place(61.0, std::numeric_limits<float>::quiet_NaN(), vesk::Wlan);
     library.position->setTimestamp(1709294400, 250000);
     library.observer->veskRequestFinished(0, vesk::CurrentPosition);
-    const Bench::Update &next = bench.positions.back();
+    const Bench::Update next = bench.positions.back();
     QCOMPARE(next.emitted, update.emitted);
     QCOMPARE(next.fix.coordinate().latitude(), 61.0);
     QVERIFY(!next.fix.hasAttribute(QGeoPositionInfo::HorizontalAccuracy));
