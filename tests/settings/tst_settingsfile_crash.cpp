@@ -33,7 +33,7 @@ extern "C" int fdatasync(int descriptor)
 namespace {
 
 constexpr int Kills = 500;
-constexpr int LongestLifeMicroseconds = 3000;
+constexpr quint32 LongestLifeMicroseconds = 3000;
 
 QByteArray contentOf(const QString &path)
 {
