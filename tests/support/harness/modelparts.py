@@ -135,10 +135,10 @@ class Scheduler:
             self.timers.stop("scheduler")
 
     def align(self, row):
-        others = [other for other in self.rows if other is not row]
-        best = max(others, key=lambda other: gcd(other.interval, row.interval))  # of equals the first
-        divisor = gcd(best.interval, row.interval)
-        reference = best if divisor > 1 else self.rows[0]
+        reference, divisor = self.rows[0], 1
+        for other in self.rows:
+            if other is not row and gcd(other.interval, row.interval) > divisor:
+                reference, divisor = other, gcd(other.interval, row.interval)
         row.phase = self.timers.now - (self.timers.now - reference.phase) % (1000 * divisor)
 
     def step(self):
