@@ -30,8 +30,7 @@ class Caller
 {
 public:
     explicit Caller(const QString &name)
-        : m_name(name)
-        , m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name))
+        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name))
     {
     }
     ~Caller() { leave(); }
@@ -54,11 +53,7 @@ public:
     }
     QString name() const { return m_bus.baseService(); } // on the bus
     void askPrivacyWithoutReply() { m_bus.send(privacy()); }
-    void leave()
-    {
-        m_bus = QDBusConnection(QString()); // a copy that is kept keeps the connection
-        QDBusConnection::disconnectFromBus(m_name);
-    }
+    void leave() { leaveBus(m_bus); }
 
 private:
     static QDBusMessage privacy()
@@ -66,7 +61,6 @@ private:
         return QDBusMessage::createMethodCall(Name, u"/com/varn/location/ui"_s, Name, u"privacyDialog"_s);
     }
 
-    QString m_name;
     QDBusConnection m_bus;
 };
 
@@ -287,7 +281,7 @@ private slots:
             DialogService second(elsewhere, m_clock);
             QVERIFY(!second.start());
         }
-        QDBusConnection::disconnectFromBus(u"elsewhere"_s);
+        leaveBus(u"elsewhere"_s);
     }
 
 private:
@@ -332,4 +326,5 @@ private:
 };
 
 QTEST_MAIN(TestDialogService)
+#include "support/leavebus.h"
 #include "tst_dialogservice.moc"

@@ -25,7 +25,7 @@ public:
         : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name))
     {
     }
-    ~Subscriber() { QDBusConnection::disconnectFromBus(m_bus.name()); }
+    ~Subscriber() { leaveBus(m_bus); }
 
     // The text or the pair of coordinates in the answer, nothing for an unset property.
     QVariant call(const QString &path, const QString &member)
@@ -249,7 +249,7 @@ void TestDaemonContext::aTakenNameDoesNotEndTheStart()
     DaemonStage stage;
     stage.makeEngine();
     QCOMPARE(stage.start(), 0);
-    QDBusConnection::disconnectFromBus(u"other"_s);
+    leaveBus(u"other"_s);
     QCOMPARE(stage.logged({u"warning"_s, u"critical"_s, u"debug: PositionDaemon::init() Context"_s}),
              (QStringList{u"warning: The context service com.varn.lodestard.context cannot be registered."_s,
                           u"debug: PositionDaemon::init() ContextProvider init done."_s}));
@@ -446,4 +446,5 @@ void TestDaemonContext::networkClientsKeepTheirMethods()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestDaemonContext)
+#include "support/leavebus.h"
 #include "tst_daemoncontext.moc"

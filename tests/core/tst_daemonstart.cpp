@@ -173,7 +173,7 @@ void TestDaemonStart::brisdIsStartedWithConsentOnly()
         QCOMPARE(accepted.start(), 0);
         QTRY_COMPARE(brisd.starts, 1);
     }
-    QDBusConnection::disconnectFromBus(u"brisd"_s);
+    leaveBus(bus);
 
     DaemonStage stage;
     QVERIFY(QFile::remove(stage.tree.at(u"/home/user/.location_ok"_s)));
@@ -261,4 +261,5 @@ void TestDaemonStart::assistanceDataIsDeletedOnRequestAndBySignal()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestDaemonStart)
+#include "support/leavebus.h"
 #include "tst_daemonstart.moc"

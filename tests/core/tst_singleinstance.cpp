@@ -120,7 +120,7 @@ void TestSingleInstance::anotherOwnerIsToldByItsProcessId()
     QCOMPARE(checkAlreadyRunning(QDBusConnection::sessionBus()), int(QCoreApplication::applicationPid()));
 
     QVERIFY(other.unregisterService(u"com.varn.lodestard.client"_s));
-    QDBusConnection::disconnectFromBus(name);
+    leaveBus(name);
 }
 
 void TestSingleInstance::aBusThatDoesNotTellIsNoReasonToEnd_data()
@@ -153,4 +153,5 @@ void TestSingleInstance::aBusThatDoesNotTellIsNoReasonToEnd()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestSingleInstance)
+#include "support/leavebus.h"
 #include "tst_singleinstance.moc"

@@ -275,7 +275,7 @@ void TestGypsyReports::signalsOfOthersDoNot()
     QCOMPARE(stranger.call(after).type(), QDBusMessage::ReplyMessage);
     stage.settle();
     QCOMPARE(stage.takeEvents(), QStringList());
-    QDBusConnection::disconnectFromBus(u"a stranger"_s);
+    leaveBus(u"a stranger"_s);
 }
 
 void TestGypsyReports::reportsGoOnAfterTheShutdown()
@@ -291,4 +291,5 @@ void TestGypsyReports::reportsGoOnAfterTheShutdown()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestGypsyReports)
+#include "support/leavebus.h"
 #include "tst_gypsycomm_reports.moc"

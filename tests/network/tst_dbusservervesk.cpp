@@ -36,7 +36,7 @@ public:
                           SLOT(heard(QDBusMessage)));
         }
     }
-    ~Peer() override { QDBusConnection::disconnectFromBus(u"peer"_s); }
+    ~Peer() override { leaveBus(m_bus); }
     Peer(const Peer &) = delete;
     Peer &operator=(const Peer &) = delete;
 
@@ -179,4 +179,5 @@ void DBusServerVESKTest::ordersItsSignals()
 }
 
 QTEST_GUILESS_MAIN(DBusServerVESKTest)
+#include "support/leavebus.h"
 #include "tst_dbusservervesk.moc"

@@ -172,7 +172,7 @@ void TestContextProperty::onlyTheOwnersWordCounts()
     }
     former.setActive(true);
     settle();
-    QDBusConnection::disconnectFromBus(u"stranger"_s);
+    leaveBus(u"stranger"_s);
     QCOMPARE(screen.value(), QVariant(false));
 }
 
@@ -249,4 +249,5 @@ void TestContextProperty::otherKeysHaveNoSource()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestContextProperty)
+#include "support/leavebus.h"
 #include "tst_contextproperty.moc"

@@ -32,7 +32,7 @@ public:
         // Whatever reaches this connection, whether it was meant for it or not.
         m_bus.connect(QString(), QString(), Interface, u"ValueChanged"_s, this, SLOT(take(QDBusMessage)));
     }
-    ~Subscriber() override { QDBusConnection::disconnectFromBus(m_bus.name()); }
+    ~Subscriber() override { leaveBus(m_bus); }
 
     QDBusMessage call(const QString &member, const QString &path = Path)
     {
@@ -255,7 +255,7 @@ void TestContextProvider::aTakenNameIsNoEnd()
     ContextProvider::Property property(service, u"Other.Key"_s, m_clock);
     QVERIFY(!service.start());
     property.setValue(u"on"_s); // for nobody
-    QDBusConnection::disconnectFromBus(u"other"_s);
+    leaveBus(u"other"_s);
     Subscriber someone(u"someone"_s);
     QCOMPARE(values(someone.call(u"Get"_s, u"/com/varn/context/Other/Key"_s)), QVariantList{u"on"_s});
 }
@@ -268,4 +268,5 @@ void TestContextProvider::objectsOutliveNobody()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestContextProvider)
+#include "support/leavebus.h"
 #include "tst_contextprovider.moc"

@@ -103,7 +103,7 @@ void TestSettingsBus::init()
 void TestSettingsBus::cleanup()
 {
     m_client.reset();
-    QDBusConnection::disconnectFromBus(u"client"_s);
+    leaveBus(u"client"_s);
     auto bus = QDBusConnection::sessionBus();
     bus.unregisterService(Service);
     bus.unregisterObject(Path);
@@ -235,4 +235,5 @@ void TestSettingsBus::deletionIsForwarded()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestSettingsBus)
+#include "support/leavebus.h"
 #include "tst_settingsbus.moc"

@@ -1,5 +1,7 @@
 #include "support/buspeer.h"
 
+#include "support/leavebus.h"
+
 #include <QCoreApplication>
 #include <QDBusVirtualObject>
 #include <QMutexLocker>
@@ -120,5 +122,5 @@ void BusPeer::leaveNow() const
     for (const QString &path : m_paths)
         QDBusConnection(m_connectionName).unregisterObject(path);
     QCoreApplication::sendPostedEvents(m_object.get());
-    QDBusConnection::disconnectFromBus(m_connectionName);
+    leaveBus(m_connectionName);
 }

@@ -104,7 +104,10 @@ FakeBluez::~FakeBluez()
 {
     QDBusConnection(ConnectionName).unregisterService(u"org.bluez"_s);
     QDBusConnection(ConnectionName).unregisterObject(u"/"_s, QDBusConnection::UnregisterTree);
-    QDBusConnection::disconnectFromBus(ConnectionName);
+    // A call that is still on its way to an object must not outlive the connection.
+    QMetaObject::invokeMethod(
+        m_manager.get(), [] {}, Qt::BlockingQueuedConnection);
+    leaveBus(ConnectionName);
     m_thread.quit();
     m_thread.wait();
 }
@@ -143,3 +146,4 @@ QStringList FakeBluez::takeCalls()
 }
 
 #include "fakebluez.moc"
+#include "support/leavebus.h"

@@ -1,5 +1,7 @@
 #include "support/fakegeoclue.h"
 
+#include "support/leavebus.h"
+
 #include <QDBusArgument>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
@@ -90,7 +92,7 @@ void FakeGeoClue::appear()
 void FakeGeoClue::vanish()
 {
     bus().unregisterObject(Root, QDBusConnection::UnregisterTree);
-    QDBusConnection::disconnectFromBus(connectionName());
+    leaveBus(connectionName());
     m_waiting.clear();
     m_lateReplies.clear();
     m_clients.clear();

@@ -1,5 +1,8 @@
 #include "support/fakegypsy.h"
 
+#include "support/leavebus.h"
+
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusMessage>
@@ -122,9 +125,11 @@ FakeGypsy::FakeGypsy()
 
 FakeGypsy::~FakeGypsy()
 {
-    run([] {
+    run([this] {
         QDBusConnection(ConnectionName).unregisterService(u"org.freedesktop.Gypsy"_s);
-        QDBusConnection::disconnectFromBus(ConnectionName);
+        QDBusConnection(ConnectionName).unregisterObject(Server);
+        QCoreApplication::sendPostedEvents(m_object.get());
+        leaveBus(ConnectionName);
     });
     m_thread.quit();
     m_thread.wait();

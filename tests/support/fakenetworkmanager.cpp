@@ -1,5 +1,7 @@
 #include "support/fakenetworkmanager.h"
 
+#include "support/leavebus.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 
@@ -24,7 +26,7 @@ FakeNetworkManager::FakeNetworkManager(const QString &primaryConnectionType, qui
 FakeNetworkManager::~FakeNetworkManager()
 {
     QDBusConnection(ConnectionName).unregisterObject(u"/org/freedesktop/NetworkManager"_s);
-    QDBusConnection::disconnectFromBus(ConnectionName);
+    leaveBus(ConnectionName);
 }
 
 bool FakeNetworkManager::handleMessage(const QDBusMessage &message, const QDBusConnection &connection)

@@ -1,5 +1,7 @@
 #include "support/fakescreensaver.h"
 
+#include "support/leavebus.h"
+
 #include <QDBusMessage>
 
 #include <utility>
@@ -29,8 +31,8 @@ FakeScreenSaver::FakeScreenSaver(const QString &name, bool active, Answers answe
 
 FakeScreenSaver::~FakeScreenSaver()
 {
-    const QString name = m_bus.name();
-    QDBusConnection::disconnectFromBus(name);
+    m_bus.unregisterObject(m_path);
+    leaveBus(m_bus);
 }
 
 void FakeScreenSaver::setActive(bool active)
