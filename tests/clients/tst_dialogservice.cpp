@@ -1,5 +1,6 @@
 #include "dialogservice.h"
 #include "questiondialog.h"
+#include "support/leavebus.h"
 #include "support/stillclock.h"
 
 #include <QApplication>
@@ -326,5 +327,4 @@ private:
 };
 
 QTEST_MAIN(TestDialogService)
-#include "support/leavebus.h"
 #include "tst_dialogservice.moc"

@@ -1,5 +1,6 @@
 #include "core/daemonstage.h"
 #include "support/fakescreensaver.h"
+#include "support/leavebus.h"
 #include "support/privatebus.h"
 
 #include <QDBusArgument>
@@ -446,5 +447,4 @@ void TestDaemonContext::networkClientsKeepTheirMethods()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestDaemonContext)
-#include "support/leavebus.h"
 #include "tst_daemoncontext.moc"

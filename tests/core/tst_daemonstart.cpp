@@ -1,5 +1,6 @@
 #include "client/fakeclient.h"
 #include "core/daemonstage.h"
+#include "support/leavebus.h"
 #include "support/privatebus.h"
 
 #include <QDBusConnectionInterface>
@@ -261,5 +262,4 @@ void TestDaemonStart::assistanceDataIsDeletedOnRequestAndBySignal()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestDaemonStart)
-#include "support/leavebus.h"
 #include "tst_daemonstart.moc"

@@ -1,4 +1,5 @@
 #include "core/singleinstance.h"
+#include "support/leavebus.h"
 #include "support/privatebus.h"
 
 #include <QDBusConnection>
@@ -153,5 +154,4 @@ void TestSingleInstance::aBusThatDoesNotTellIsNoReasonToEnd()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestSingleInstance)
-#include "support/leavebus.h"
 #include "tst_singleinstance.moc"

@@ -1,5 +1,6 @@
 #include "engine/attributes.h"
 #include "gypsy/gypsystage.h"
+#include "support/leavebus.h"
 #include "support/privatebus.h"
 
 #include <limits>
@@ -291,5 +292,4 @@ void TestGypsyReports::reportsGoOnAfterTheShutdown()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestGypsyReports)
-#include "support/leavebus.h"
 #include "tst_gypsycomm_reports.moc"

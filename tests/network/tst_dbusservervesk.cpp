@@ -1,5 +1,6 @@
 #include "network/dbusservervesk.h"
 #include "network/dbusserverveskif.h"
+#include "support/leavebus.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -179,5 +180,4 @@ void DBusServerVESKTest::ordersItsSignals()
 }
 
 QTEST_GUILESS_MAIN(DBusServerVESKTest)
-#include "support/leavebus.h"
 #include "tst_dbusservervesk.moc"

@@ -1,5 +1,6 @@
 #include "platform/contextproperty.h"
 #include "support/fakescreensaver.h"
+#include "support/leavebus.h"
 #include "support/privatebus.h"
 
 #include <QDBusConnectionInterface>
@@ -249,5 +250,4 @@ void TestContextProperty::otherKeysHaveNoSource()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestContextProperty)
-#include "support/leavebus.h"
 #include "tst_contextproperty.moc"

@@ -1,4 +1,5 @@
 #include "platform/contextprovider.h"
+#include "support/leavebus.h"
 #include "support/privatebus.h"
 #include "support/stillclock.h"
 
@@ -268,5 +269,4 @@ void TestContextProvider::objectsOutliveNobody()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestContextProvider)
-#include "support/leavebus.h"
 #include "tst_contextprovider.moc"

@@ -1,4 +1,5 @@
 #include "settings/settingsfixture.h"
+#include "support/leavebus.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -235,5 +236,4 @@ void TestSettingsBus::deletionIsForwarded()
 }
 
 PRIVATE_BUS_TEST_MAIN(TestSettingsBus)
-#include "support/leavebus.h"
 #include "tst_settingsbus.moc"

@@ -1,5 +1,7 @@
 #include "support/fakebluez.h"
 
+#include "support/leavebus.h"
+
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
@@ -146,4 +148,3 @@ QStringList FakeBluez::takeCalls()
 }
 
 #include "fakebluez.moc"
-#include "support/leavebus.h"
