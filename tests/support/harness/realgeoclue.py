@@ -86,12 +86,11 @@ class LocationService:
 
 
 class RealGeoClue:
-    """The daemon itself. Its agent grants what it is asked for; `asked` records (desktop id, level)."""
+    """The daemon itself, with an agent that grants whatever it is asked for."""
 
     def __init__(self, bus, place):
         self.bus = bus
         self.service = LocationService(place)
-        self.asked = Mailbox("GeoClue's agent")
         CONFIGURATION.write_text(_CONFIGURATION.format(agent=AGENT_ID, port=self.service.port), encoding="utf-8")
         # Without a network of its own the machine counts as connected only to a monitor that looks at nothing.
         self._process = subprocess.Popen(
@@ -103,8 +102,7 @@ class RealGeoClue:
         bus.call(self._agent, NAME, MANAGER_PATH, MANAGER, "AddAgent", GLib.Variant("(s)", (AGENT_ID,)))
 
     def _authorize(self, _connection, _sender, _path, _interface, _method, arguments, invocation):
-        desktop_id, level = arguments.unpack()
-        self.asked.append((desktop_id, level))
+        _desktop_id, level = arguments.unpack()
         invocation.return_value(GLib.Variant("(bu)", (True, level)))
 
     def in_use(self):
