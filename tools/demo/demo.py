@@ -3,7 +3,7 @@
 Shows live fixes and satellites. lodestard runs on private buses in a file tree of its own, with the
 test engine (a simulated receiver) that it launches itself; lodestar-watch shows what applications
 get: one that uses satellites, one that uses the network. On a display you are asked for consent
-first; without one, and with --seconds, the demo answers for itself. Ctrl-C ends it and leaves nothing
+first; without one, and with --seconds, the demo gives it itself. Ctrl-C ends it and leaves nothing
 behind; any number of demos can run side by side.
 """
 
@@ -77,7 +77,7 @@ def build(wanted):
             say("Configuring the release build ...")
             run("cmake", "--preset", "release", quiet=True)
         if "no work to do" not in run("ninja", "-C", str(directory), "-n", *targets, quiet=True):
-            say("Building " + ", ".join(targets) + " ...")
+            say("Building " + ", ".join(targets) + ": the first time takes some minutes ...")
             run("cmake", "--build", "--preset", "release", "--target", *targets)
     return directory
 

@@ -50,10 +50,14 @@ class Stage:
         self.leash = leash
         self.logs = {}
 
+    def new_log(self, name):
+        """A file for what `name` says, open for writing; only a failure shows it."""
+        self.logs[name] = Path("/tmp", name.replace(" ", "-") + ".log")
+        return open(self.logs[name], "wb")
+
     def start(self, name, *command, environment=None):
         """A program in the background, its output in a file; the terminal's Ctrl-C does not reach it."""
-        self.logs[name] = Path(f"/tmp/{name}.log")
-        with open(self.logs[name], "wb") as log:
+        with self.new_log(name) as log:
             return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True,
                                     env={**os.environ, **(environment or {})})
 
@@ -78,14 +82,21 @@ class Stage:
 
     def make_buses(self):
         dialogs = os.environ.get("LODESTAR_DIALOGS")
-        return Bus("session", services={DIALOGS: dialogs} if dialogs else None), Bus("system")
+        return self.make_bus("session", {DIALOGS: dialogs} if dialogs else None), self.make_bus("system")
+
+    def make_bus(self, kind, services=None):
+        try:
+            with self.new_log(f"{kind} bus") as log:
+                return Bus(kind, services=services, log=log)
+        except AssertionError as error:
+            raise StageError(error) from None
 
     def ask_for_consent(self, session):
         """Sees to it that somebody answers; says on the terminal who."""
         why = os.environ.get("ANSWERS_ITSELF") or self.start_dialogs(session)
         if why:
             AcceptingDialogs(session)
-            say(f"The user is to be asked for consent. Since {why}, the demo answers that for itself: allowed.")
+            say(f"Positioning needs the user's consent. Since {why}, the demo gives it itself.")
         else:
             say("You are asked for consent on your display: positioning starts when you allow it.")
 
@@ -123,6 +134,12 @@ class Stage:
                 say(f"  {name}: {line}")
 
 
+def how_it_ends(arguments):
+    if "--seconds" not in arguments:
+        return "Ctrl-C ends the demo."
+    return f"The demo ends after {arguments[arguments.index('--seconds') + 1]} s, or with Ctrl-C."
+
+
 def play(stage, arguments):
     recording = os.environ.get("RECORDING")
     if recording:
@@ -131,11 +148,12 @@ def play(stage, arguments):
     else:
         say("lodestard, fed by the test engine: a simulated receiver that walks around.")
         say("Beside the satellite client a network client: every 5 s the engine looks up a coarse position for it.")
+        say("While the engine starts, the network has no position yet.")
         OPERATOR_SETTINGS.write_text("[General]\nSuplForced=true\n", encoding="utf-8")
         arguments = [*arguments, "--network", NETWORK_MILLISECONDS]
     session, system = stage.make_buses()
     stage.ask_for_consent(session)
-    say("Ctrl-C ends the demo.")
+    say(how_it_ends(arguments))
     return stage.watch(arguments, stage.start_daemon("REAL" if recording else "FAKE", session, system))
 
 

@@ -81,9 +81,11 @@ class Bus:
     """A dbus-daemon of its own. `deny_own` lists names that nobody may take; `services` maps names to
     the programs that it starts for them, with `environment` beside its own; `activatable` are the
     service files of this machine that a session bus has too. With `policy`, a file, it allows what
-    Debian's system bus allows and what that file adds."""
+    Debian's system bus allows and what that file adds. What it has to say, and what the programs say that
+    it starts, goes to `log`, an open file, or else to this process's standard error."""
 
-    def __init__(self, kind, deny_own=(), services=None, environment=None, activatable=ACTIVATABLE, policy=None):
+    def __init__(self, kind, deny_own=(), services=None, environment=None, activatable=ACTIVATABLE, policy=None,
+                 log=None):
         self.kind = kind
         start_loop()
         self._directory = f"{os.environ['XDG_RUNTIME_DIR']}/{kind}-{next(_numbers)}"
@@ -105,7 +107,7 @@ class Bus:
         self._connections = []
         self._process = subprocess.Popen(
             ["/usr/bin/dbus-daemon", f"--config-file={config}", "--nofork", "--nopidfile", "--print-address=1"],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, start_new_session=True,
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log, text=True, start_new_session=True,
             env={**os.environ, **(environment or {}), "DBUS_SESSION_BUS_ADDRESS": f"unix:path={self._directory}/socket"})
         self.address = self._process.stdout.readline().strip()
         assert self.address, f"the {kind} bus does not start"
