@@ -27,6 +27,7 @@ int intervalSeconds(int intervalMs);
 inline constexpr int FreeFixIntervalSeconds = 666;
 bool asksForFreeFixes(int command, int intervalSeconds);
 
+// A start is the only command that needs the user's consent.
 bool waitsForConsent(int command, bool disclaimerAccepted);
 
 // The methods that warm up the receivers ahead of an application; nothing when neither is wanted.

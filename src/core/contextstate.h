@@ -10,7 +10,8 @@
 
 class QGeoCoordinate;
 
-// The state of positioning as a status bar shows it: the better one of satellites and network.
+// The state of positioning as a status bar shows it, the better one of satellites and network: 0 off,
+// 1 searching, 2 a fix.
 int contextState(ReceiverState satellite, NetworkState network);
 // "off", "search", "on"; nothing for a state that is none of these.
 std::optional<QLatin1StringView> contextStateText(int state);
@@ -20,7 +21,7 @@ class PublishedState
 {
 public:
     int last() const { return iconState; }
-    // The text to publish, when somebody listens and the state is news.
+    // The text to publish, when somebody listens and the state (of contextState()) is news.
     std::optional<QLatin1StringView> update(bool subscribed, int state);
 
 private:

@@ -10,7 +10,7 @@
 // The part of a client that decides whether a fix is for it.
 struct FixReceiver {
     bool stopped = true;
-    quint32 methods = 0;
+    quint32 methods = 0; // mask of what it asked for
 };
 
 // Does the client of a satellite session get the fix of its own session?

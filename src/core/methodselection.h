@@ -23,13 +23,15 @@ constexpr bool hasNonSatellite(quint32 mask)
 
 enum class ReceiverState { Idle = 0, Searching = 1, Fix = 2 };
 
-// What one report of the engine means: the receiver's state and its name in the log.
+// What one report of a satellite receiver means: its state and the state's name in the log.
 struct ReceiverReport {
     ReceiverState state;
     const char *name;
 };
+// gnssState: 1 searching, 2 tracking; any other number counts as idle.
 ReceiverReport engineReport(int gnssState);
-ReceiverReport gypsyReport(int fixStatus); // of the external receiver
+// fixStatus, of the external receiver: 1 no fix yet, 2 and 3 a fix; any other number counts as idle.
+ReceiverReport gypsyReport(int fixStatus);
 
 // Everything the choice of methods depends on, copied out at the moment of asking.
 struct MethodInputs {
@@ -57,6 +59,7 @@ struct MethodChoice {
     bool operator==(const MethodChoice &) const = default;
 };
 MethodChoice selectMethods(const MethodInputs &inputs, quint32 requested);
+// The mask without the satellite methods unless the receiver's address is known.
 quint32 withExternalReceiver(quint32 mask, bool addressKnown);
 
 // Through the network library either radio will do; through SUPL it takes the cellular method and

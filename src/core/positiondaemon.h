@@ -129,12 +129,12 @@ private:
     quint32 effectiveMethods(quint32 requested);
     bool isExternalReceiverKnown();
     void startSessions(ClientApp &client, quint32 methods);
-    void stopSessions(ClientApp &client, quint32 methods);
+    void stopSessions(ClientApp &client, quint32 methods); // those that may not go on
     void modifySessions(ClientApp &client);
     void endSatelliteSession(ClientApp &client);
     void endNetworkEnrolment(ClientApp &client);
     void loseEngineSessions(ClientApp &client);
-    void startGNSS(int id, int interval);
+    void startGNSS(int id, int interval); // s
     void setGNSSInterval(int id, int interval);
     void stopGNSS(int id);
     ORVComm *engineFor(SatelliteRequest request) const;
@@ -199,7 +199,7 @@ private:
     QGeoPositionInfo m_latestNetworkFix;
     WrittenVariation m_variation;
     bool initDone = false;
-    bool orvClientsBlocked = false; // while true, no request reaches the engine
+    bool orvClientsBlocked = false; // while true, no session, position or SUPL server goes to the engine
     bool m_suplAwaited = false;     // the engine was asked for a network position and has not answered
     bool m_networkRefused = false;  // the last request for a network position was, and its batch waits
     bool assigning = false;

@@ -1,4 +1,3 @@
-#include "client/clientapp.h"
 #include "client/clientdbusserver.h"
 #include "core/contextpublisher.h"
 #include "core/positiondaemon.h"

@@ -8,7 +8,9 @@
 
 namespace {
 
-constexpr quint16 NetworkRequestParameter = 20; // goes with every request for one network position
+// Goes with every request for one network position: the library's time-out in s; the engine is told
+// the same number.
+constexpr quint16 NetworkRequestParameter = 20;
 
 } // namespace
 

@@ -14,7 +14,7 @@ public:
     struct Round {
         std::chrono::milliseconds length{};
         bool countSatellitesAfresh = false; // an allowed round begins
-        bool replan = false;                // the methods on offer changed
+        bool replan = false;                // satellites are allowed or withheld from now on
 
         bool operator==(const Round &) const = default;
     };

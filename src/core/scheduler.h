@@ -6,8 +6,8 @@
 #include <QObject>
 #include <QTimer>
 
-// Wakes up when the next client of network positions falls due. It logs, and it owns the timer and
-// the clock; who is due is the table's business.
+// Wakes up when the next client of network positions falls due. It logs, asks the clock and owns the
+// timer; who is due is the table's business.
 class Scheduler : public QObject
 {
     Q_OBJECT

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <vector>
 
+// One row of the table.
 struct ClientEntry {
     using Milliseconds = std::chrono::milliseconds;
 
@@ -32,7 +33,7 @@ public:
     // The numbers that the rows had when they went. A row that moves into a removed one's place is
     // passed over, so of two neighbours with the same id one stays.
     QList<int> remove(int id);
-    QList<int> rowsOf(int id) const;
+    QList<int> rowsOf(int id) const; // numbers from 0, as the functions below take them
     void setInterval(int row, int intervalSeconds);
     // Puts the row in phase with the one it shares the greatest divisor with: one request then serves
     // both. Without a common divisor, with the first row's full seconds.

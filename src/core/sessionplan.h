@@ -11,6 +11,8 @@ struct ServiceState {
     bool satelliteInfo = false;
 };
 
+// The next three say what to end, change and start for one client: gnss is its satellite session, supl
+// its enrolment for network positions.
 struct StopPlan {
     bool gnss = false;
     bool supl = false;
@@ -27,8 +29,8 @@ struct ModifyPlan {
 };
 
 struct StartPlan {
-    bool nothingAvailable = false;
-    bool tellClient = false; // with one empty position
+    bool nothingAvailable = false; // the client is started, and no method can serve it
+    bool tellClient = false;       // with one empty position
     bool gnss = false;
     bool supl = false;
 
@@ -38,6 +40,7 @@ struct StartPlan {
 // A stopped client loses its sessions whatever the mask says.
 StopPlan planStop(const ServiceState &client, quint32 methodsToStop);
 ModifyPlan planModify(const ServiceState &client);
+// methods: the mask that the client can be served with now.
 StartPlan planStart(const ServiceState &client, quint32 methods);
 
 // What a client loses with the engine, which forgets every session that it ran.
@@ -48,6 +51,7 @@ struct LossPlan {
     bool operator==(const LossPlan &) const = default;
 };
 
+// libraryLocates: network positions come from the network library, not from the engine.
 LossPlan planEngineLost(const ServiceState &client, bool libraryLocates);
 
 // Network positioning of all clients together.
