@@ -6,6 +6,8 @@
 
 #include <memory>
 
+class StoredKey;
+
 // One key of the configuration store that all programs of the handset share. The build chooses the
 // store: dconf, or the GConf library of older systems.
 //
@@ -29,6 +31,5 @@ signals:
     void valueChanged();
 
 private:
-    class Watch;
-    std::unique_ptr<Watch> m_watch;
+    std::unique_ptr<StoredKey> m_key; // null when the store has no keys of that name
 };

@@ -1,7 +1,6 @@
 #include "platform/deadlineworker.h"
 #include "platform/gconfitem.h"
-
-#include <QByteArray>
+#include "platform/storedkey.h"
 
 #undef signals // a member's name in GLib's headers
 #include <dconf.h>
@@ -101,70 +100,52 @@ void Dconf::write(const QByteArray &key, const Value &value)
     });
 }
 
-} // namespace
-
-// One key that is listened to.
-class GConfItem::Watch
+class DconfKey : public StoredKey
 {
 public:
-    Watch(GConfItem *item, const QByteArray &key)
+    DconfKey(GConfItem &item, const QByteArray &name)
         : m_item(item)
-        , m_key(key)
-        , m_told(dconf->read(key))
+        , m_key(name)
+        , m_told(m_dconf->read(name))
     {
-        m_handler = g_signal_connect(dconf->client(), "changed", G_CALLBACK(onChanged), this);
-        dconf_client_watch_fast(dconf->client(), m_key.constData());
+        m_handler = g_signal_connect(m_dconf->client(), "changed", G_CALLBACK(onChanged), this);
+        dconf_client_watch_fast(m_dconf->client(), m_key.constData());
         // Not before the event loop: by then libdconf has connected, beside the program's start.
-        QMetaObject::invokeMethod(item, &Dconf::outliveTheBus, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&item, &Dconf::outliveTheBus, Qt::QueuedConnection);
     }
-    ~Watch()
+    ~DconfKey() override
     {
-        dconf_client_unwatch_fast(dconf->client(), m_key.constData());
-        g_signal_handler_disconnect(dconf->client(), m_handler);
+        dconf_client_unwatch_fast(m_dconf->client(), m_key.constData());
+        g_signal_handler_disconnect(m_dconf->client(), m_handler);
     }
-    Watch(const Watch &) = delete;
-    Watch &operator=(const Watch &) = delete;
 
-    const QByteArray &key() const { return m_key; }
-
-    const std::shared_ptr<Dconf> dconf = Dconf::instance();
+    QVariant read() const override { return toQt(m_dconf->read(m_key).get()); }
+    void write(const QVariant &value) override { m_dconf->write(m_key, fromQt(value)); }
 
 private:
     // Not every call is news for this key: dconf tells all items of every watched key, and also speaks
     // up when a change and the beginning of a watch cross.
-    static void onChanged(DConfClient *, const char *, const char *const *, const char *, Watch *watch)
+    static void onChanged(DConfClient *, const char *, const char *const *, const char *, DconfKey *self)
     {
-        const Value value = watch->dconf->read(watch->m_key);
-        if (areEqual(value, watch->m_told))
+        const Value value = self->m_dconf->read(self->m_key);
+        if (areEqual(value, self->m_told))
             return;
-        watch->m_told = value;
-        emit watch->m_item->valueChanged();
+        self->m_told = value;
+        emit self->m_item.valueChanged();
     }
 
-    GConfItem *const m_item;
+    GConfItem &m_item;
+    const std::shared_ptr<Dconf> m_dconf = Dconf::instance();
     const QByteArray m_key;
     Value m_told; // what the item's listeners know
     gulong m_handler = 0;
 };
 
-GConfItem::GConfItem(const QString &key, QObject *parent)
-    : QObject(parent)
-{
-    const QByteArray path = key.toUtf8();
-    if (dconf_is_key(path.constData(), nullptr))
-        m_watch = std::make_unique<Watch>(this, path);
-}
+} // namespace
 
-GConfItem::~GConfItem() = default;
-
-QVariant GConfItem::value() const
+std::unique_ptr<StoredKey> StoredKey::open(GConfItem &item, const QByteArray &name)
 {
-    return m_watch ? toQt(m_watch->dconf->read(m_watch->key()).get()) : QVariant();
-}
-
-void GConfItem::set(const QVariant &value)
-{
-    const Value wanted = fromQt(value);
-    if (m_watch && (wanted || !value.isValid()))
-        m_watch->dconf->write(m_watch->key(), wanted);
+    if (!dconf_is_key(name.constData(), nullptr))
+        return nullptr;
+    return std::make_unique<DconfKey>(item, name);
 }

@@ -1,6 +1,5 @@
 #include "platform/gconfitem.h"
-
-#include <QByteArray>
+#include "platform/storedkey.h"
 
 #undef signals // a member's name in GLib's headers
 #include <gconf/gconf-client.h>
@@ -60,16 +59,19 @@ QVariant toQt(const GConfValue *value)
     }
 }
 
-} // namespace
+bool areEqual(const Value &one, const Value &other)
+{
+    return one && other ? gconf_value_compare(one.get(), other.get()) == 0 : one == other;
+}
 
-// One key that is listened to, through the one client that a process has.
-class GConfItem::Watch
+// Through the one client that a process has.
+class GConfKey : public StoredKey
 {
 public:
-    Watch(GConfItem *item, const QByteArray &key)
+    GConfKey(GConfItem &item, const QByteArray &name)
         : m_item(item)
-        , m_key(key)
-        , m_folder(key.left(qMax(key.lastIndexOf('/'), 1)))
+        , m_key(name)
+        , m_folder(name.left(qMax(name.lastIndexOf('/'), 1)))
         , m_client(gconf_client_get_default())
     {
         // A value that is refused shows when it is read back; the library would print lines about it.
@@ -77,61 +79,50 @@ public:
         gconf_client_add_dir(m_client, m_folder.constData(), GCONF_CLIENT_PRELOAD_NONE, nullptr);
         m_notice = gconf_client_notify_add(m_client, m_key.constData(), onChanged, this, nullptr, nullptr);
     }
-    ~Watch()
+    ~GConfKey() override
     {
         gconf_client_notify_remove(m_client, m_notice);
         gconf_client_remove_dir(m_client, m_folder.constData(), nullptr);
         g_object_unref(m_client);
     }
-    Watch(const Watch &) = delete;
-    Watch &operator=(const Watch &) = delete;
 
-    Value read() const { return {gconf_client_get(m_client, m_key.constData(), nullptr), gconf_value_free}; }
-    void write(const GConfValue *value)
+    QVariant read() const override { return toQt(stored().get()); }
+    void write(const QVariant &value) override
     {
-        if (value)
-            gconf_client_set(m_client, m_key.constData(), value, nullptr);
+        // Writing the same again would cost a call and change nothing.
+        const Value wanted = fromQt(value);
+        if (areEqual(wanted, stored()))
+            return;
+        if (wanted)
+            gconf_client_set(m_client, m_key.constData(), wanted.get(), nullptr);
         else
             gconf_client_unset(m_client, m_key.constData(), nullptr);
     }
 
 private:
+    Value stored() const
+    {
+        return {gconf_client_get(m_client, m_key.constData(), nullptr), gconf_value_free};
+    }
     static void onChanged(GConfClient *, guint, GConfEntry *entry, void *self)
     {
-        const auto *watch = static_cast<Watch *>(self);
-        if (watch->m_key == gconf_entry_get_key(entry)) // and not a key below it
-            emit watch->m_item->valueChanged();
+        const auto *key = static_cast<GConfKey *>(self);
+        if (key->m_key == gconf_entry_get_key(entry)) // and not a key below it
+            emit key->m_item.valueChanged();
     }
 
-    GConfItem *const m_item;
+    GConfItem &m_item;
     const QByteArray m_key;
     const QByteArray m_folder;
     GConfClient *const m_client;
     guint m_notice = 0;
 };
 
-GConfItem::GConfItem(const QString &key, QObject *parent)
-    : QObject(parent)
-{
-    const QByteArray path = key.toUtf8();
-    if (gconf_valid_key(path.constData(), nullptr))
-        m_watch = std::make_unique<Watch>(this, path);
-}
+} // namespace
 
-GConfItem::~GConfItem() = default;
-
-QVariant GConfItem::value() const
+std::unique_ptr<StoredKey> StoredKey::open(GConfItem &item, const QByteArray &name)
 {
-    return m_watch ? toQt(m_watch->read().get()) : QVariant();
-}
-
-void GConfItem::set(const QVariant &value)
-{
-    const Value wanted = fromQt(value);
-    if (!m_watch || (!wanted && value.isValid()))
-        return;
-    // Writing the same again would cost a call and change nothing.
-    const Value current = m_watch->read();
-    if (wanted && current ? gconf_value_compare(wanted.get(), current.get()) != 0 : wanted != current)
-        m_watch->write(wanted.get());
+    if (!gconf_valid_key(name.constData(), nullptr))
+        return nullptr;
+    return std::make_unique<GConfKey>(item, name);
 }
