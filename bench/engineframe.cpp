@@ -11,6 +11,23 @@
 
 namespace {
 
+constexpr const char *EngineSocket = "/var/run/orvd/orvd.socket";
+
+// Applies bind() or connect() to a new socket and the engine's address.
+template <typename Operation>
+int openEngineSocket(Operation operation, const char *failure)
+{
+    const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", EngineSocket);
+    if (operation(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        std::perror(failure);
+        std::exit(1);
+    }
+    return descriptor;
+}
+
 engineside::ReportWriter fixReport(std::uint16_t session)
 {
     engineside::ReportWriter report(GnssNotification{.sessionId = session, .status = 0x41});
@@ -38,16 +55,17 @@ int bench::listenAsEngine()
 {
     mkdir("/var/run/orvd", 0755);
     unlink(EngineSocket);
-    const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", EngineSocket);
-    if (bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(listener, 1) != 0) {
+    const int listener = openEngineSocket(bind, "cannot take the engine's place");
+    if (listen(listener, 1) != 0) {
         std::perror("cannot listen in the engine's place");
         std::exit(1);
     }
     return listener;
+}
+
+int bench::connectToEngine()
+{
+    return openEngineSocket(connect, "cannot connect to the engine");
 }
 
 QByteArray bench::fixNotification(std::uint16_t session)

@@ -9,7 +9,6 @@
 // The few bytes of the engine protocol that the measuring programs touch themselves.
 namespace bench {
 
-inline constexpr const char *EngineSocket = "/var/run/orvd/orvd.socket";
 inline constexpr std::uint16_t NotificationId = std::uint16_t(MessageId::GnssNotification);
 // A fix with coordinate, altitude and six attributes, as clients get it.
 inline constexpr std::size_t FixBytes = 37 + 6 * 12;
@@ -30,8 +29,10 @@ inline std::uint16_t sessionId(const std::uint8_t *packet)
     return bigEndian16(packet + layout::gnssNotification::sessionId.offset);
 }
 
-// A listening socket in the engine's place; ends the program when that cannot be.
+// A listening socket in the engine's place, and one that is connected to it; each ends the program when
+// that cannot be.
 int listenAsEngine();
+int connectToEngine();
 
 // A notification with position and velocity, everything known.
 QByteArray fixNotification(std::uint16_t session);

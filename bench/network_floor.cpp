@@ -1,12 +1,11 @@
 // The floor of a network position's road: the least a program can do that asks GeoClue for one
 // location a start, reads it and makes the same D-Bus call.
 
+#include "floorparts.h"
 #include "geocluenames.h"
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include <systemd/sd-bus.h>
@@ -19,20 +18,17 @@ constexpr std::size_t FixBytes = 37 + 12; // with an accuracy
 struct Relay {
     sd_bus *session = nullptr;
     sd_bus *system = nullptr;
-    std::string service;
-    std::string path;
+    bench::Listener listener;
     std::string client; // GeoClue's, while one is searching
 };
 
 int onRegisterListener(sd_bus_message *call, void *data, sd_bus_error *)
 {
     auto &relay = *static_cast<Relay *>(data);
-    const char *service = nullptr;
-    const char *path = nullptr;
-    if (const int r = sd_bus_message_read(call, "ss", &service, &path); r < 0)
-        return r;
-    relay.service = service;
-    relay.path = path;
+    const auto listener = bench::readListener(call);
+    if (!listener)
+        return -EINVAL;
+    relay.listener = *listener;
     return sd_bus_reply_method_return(call, "iuu", 6000, 0xffffffffU, 1000U);
 }
 
@@ -84,14 +80,7 @@ int onLocation(sd_bus_message *reply, void *data, sd_bus_error *)
     // As many bytes as the daemon's serialised fix, whatever they say.
     std::array<std::uint8_t, FixBytes> fix{};
     fix[0] = std::uint8_t(sd_bus_message_is_method_error(reply, nullptr));
-    sd_bus_message *message = nullptr;
-    if (sd_bus_message_new_method_call(relay.session, &message, relay.service.c_str(), relay.path.c_str(),
-                                       "com.varn.qlocation.updates", "positionUpdate") < 0)
-        return 0;
-    sd_bus_message_set_expect_reply(message, 0);
-    sd_bus_message_append_array(message, 'y', fix.data(), fix.size());
-    sd_bus_send(relay.session, message, nullptr);
-    sd_bus_message_unref(message);
+    bench::sendFix(relay.session, relay.listener, fix);
     return sd_bus_call_method_async(relay.system, nullptr, geoclue::Service, geoclue::ManagerPath,
                                     geoclue::ManagerInterface, "DeleteClient", nullptr, nullptr, "o",
                                     relay.client.c_str());
@@ -109,25 +98,11 @@ int onLocationUpdated(sd_bus_message *signal, void *data, sd_bus_error *)
     return 0;
 }
 
-const sd_bus_vtable ClientInterface[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("registerListener", "ss", "iuu", onRegisterListener, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("configSession", "iiii", "i", onConfigSession, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_VTABLE_END,
-};
-
-void check(int result, const char *what)
-{
-    if (result >= 0)
-        return;
-    std::fprintf(stderr, "network-floor: %s: %d\n", what, result);
-    std::exit(1);
-}
-
 } // namespace
 
 int main()
 {
+    using bench::check;
     Relay relay;
     sd_event *event = nullptr;
     check(sd_event_default(&event), "event loop");
@@ -138,9 +113,6 @@ int main()
     check(sd_bus_match_signal(relay.system, nullptr, geoclue::Service, nullptr, geoclue::ClientInterface,
                               "LocationUpdated", onLocationUpdated, &relay),
           "signal");
-    check(sd_bus_add_object_vtable(relay.session, nullptr, "/com/varn/lodestard/client",
-                                   "com.varn.lodestard.client", ClientInterface, &relay),
-          "object");
-    check(sd_bus_request_name(relay.session, "com.varn.lodestard.client", 0), "name");
+    bench::serveClients(relay.session, onRegisterListener, onConfigSession, &relay);
     return sd_event_loop(event);
 }

@@ -3,30 +3,22 @@
 
 #include "engine/messagebuilder.h"
 #include "engineframe.h"
+#include "floorparts.h"
 
+#include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
 #include <vector>
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
-#include <unistd.h>
 
 namespace {
-
-struct Listener {
-    std::string service;
-    std::string path;
-};
 
 struct Relay {
     sd_bus *bus = nullptr;
     int engine = -1;
-    std::vector<Listener> listeners;
+    std::vector<bench::Listener> listeners;
 };
 
 constexpr int FirstId = 6000;
@@ -34,11 +26,10 @@ constexpr int FirstId = 6000;
 int onRegisterListener(sd_bus_message *call, void *data, sd_bus_error *)
 {
     auto &relay = *static_cast<Relay *>(data);
-    const char *service = nullptr;
-    const char *path = nullptr;
-    if (const int r = sd_bus_message_read(call, "ss", &service, &path); r < 0)
-        return r;
-    relay.listeners.push_back({service, path});
+    const auto listener = bench::readListener(call);
+    if (!listener)
+        return -EINVAL;
+    relay.listeners.push_back(*listener);
     return sd_bus_reply_method_return(call, "iuu", FirstId + int(relay.listeners.size()) - 1, 0xffU, 1000U);
 }
 
@@ -57,13 +48,6 @@ int onConfigSession(sd_bus_message *call, void *data, sd_bus_error *)
     return sd_bus_reply_method_return(call, "i", 0);
 }
 
-const sd_bus_vtable ClientInterface[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("registerListener", "ss", "iuu", onRegisterListener, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("configSession", "iiii", "i", onConfigSession, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_VTABLE_END,
-};
-
 int onEnginePacket(sd_event_source *, int descriptor, std::uint32_t, void *data)
 {
     auto &relay = *static_cast<Relay *>(data);
@@ -76,56 +60,25 @@ int onEnginePacket(sd_event_source *, int descriptor, std::uint32_t, void *data)
     const std::size_t index = std::size_t(bench::sessionId(packet.data()) - FirstId);
     if (index >= relay.listeners.size())
         return 0;
-    const Listener &listener = relay.listeners[index];
     // As many bytes as the daemon's serialised fix, with the report's own bytes for content.
     std::array<std::uint8_t, bench::FixBytes> fix{};
     std::copy_n(packet.data(), std::min(std::size_t(size), fix.size()), fix.data());
-    sd_bus_message *message = nullptr;
-    if (sd_bus_message_new_method_call(relay.bus, &message, listener.service.c_str(), listener.path.c_str(),
-                                       "com.varn.qlocation.updates", "positionUpdate") < 0)
-        return 0;
-    sd_bus_message_set_expect_reply(message, 0);
-    sd_bus_message_append_array(message, 'y', fix.data(), fix.size());
-    sd_bus_send(relay.bus, message, nullptr);
-    sd_bus_message_unref(message);
+    bench::sendFix(relay.bus, relay.listeners[index], fix);
     return 0;
-}
-
-int connectToEngine(const char *path)
-{
-    const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path);
-    if (connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
-        std::perror("relay-floor: engine socket");
-        std::exit(1);
-    }
-    return descriptor;
-}
-
-void check(int result, const char *what)
-{
-    if (result >= 0)
-        return;
-    std::fprintf(stderr, "relay-floor: %s: %d\n", what, result);
-    std::exit(1);
 }
 
 } // namespace
 
 int main()
 {
+    using bench::check;
     Relay relay;
-    relay.engine = connectToEngine(bench::EngineSocket);
+    relay.engine = bench::connectToEngine();
     sd_event *event = nullptr;
     check(sd_event_default(&event), "event loop");
     check(sd_bus_open_user(&relay.bus), "session bus");
     check(sd_bus_attach_event(relay.bus, event, 0), "event loop of the bus");
-    check(sd_bus_add_object_vtable(relay.bus, nullptr, "/com/varn/lodestard/client",
-                                   "com.varn.lodestard.client", ClientInterface, &relay),
-          "object");
     check(sd_event_add_io(event, nullptr, relay.engine, EPOLLIN, onEnginePacket, &relay), "engine notifier");
-    check(sd_bus_request_name(relay.bus, "com.varn.lodestard.client", 0), "name");
+    bench::serveClients(relay.bus, onRegisterListener, onConfigSession, &relay);
     return sd_event_loop(event);
 }

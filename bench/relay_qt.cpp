@@ -11,12 +11,10 @@
 #include <QSocketNotifier>
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 using namespace Qt::StringLiterals;
 
@@ -90,15 +88,7 @@ private:
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    const int engine = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", bench::EngineSocket);
-    if (connect(engine, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
-        std::perror("relay-qt: engine socket");
-        return 1;
-    }
-    Relay relay(engine);
+    Relay relay(bench::connectToEngine());
     auto bus = QDBusConnection::sessionBus();
     bus.registerVirtualObject(u"/com/varn/lodestard/client"_s, &relay);
     if (!bus.registerService(u"com.varn.lodestard.client"_s))
