@@ -127,7 +127,7 @@ def test_it_serves_until_it_is_told_to_exit(start, asker):
     program = start()
     assert asker.tell_exit().value() == ()
     assert program.status() == 0
-    assert program.output.items() == program.errors.items() == []
+    assert program.lines.items() == program.errors.items() == []
 
 
 @pytest.mark.parametrize("name", ["", ":4711"])
@@ -166,7 +166,7 @@ def test_it_ends_with_the_session_bus(stage, display, start, asker):
 def test_arguments_need_no_display(stage, argument, status):
     program = stage.dialogs(None, argument)
     assert program.status() == status
-    (printed, silent) = (program.output, program.errors) if status == 0 else (program.errors, program.output)
+    (printed, silent) = (program.lines, program.errors) if status == 0 else (program.errors, program.lines)
     assert "lodestar-dialogs" in printed.items()[0] and silent.items() == []
 
 

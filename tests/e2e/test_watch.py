@@ -10,14 +10,13 @@ import signal
 import struct
 import subprocess
 import termios
-import threading
 import time
-from pathlib import Path
 
 import pytest
 
 from harness import files, wire
-from harness.mailbox import DEADLINE, Mailbox
+from harness.mailbox import DEADLINE
+from harness.program import Program, built
 from harness.road import Road
 
 ENTER, LEAVE = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[2J", "\x1b[?7h\x1b[?25h\x1b[?1049l"
@@ -26,55 +25,19 @@ SATELLITES = wire.satellites(wire.satellite(5, used=1, signal=40, elevation=60, 
 
 
 def program():
-    path = Path(os.environ["LODESTARD_BUILD"], "clients", "lodestar-watch", "lodestar-watch")
-    assert path.exists(), f"{path} is missing: build it first"
-    return str(path)
+    return built("clients/lodestar-watch/lodestar-watch")
 
 
 def environment(bus, **changes):
     return {**os.environ, "DBUS_SESSION_BUS_ADDRESS": bus.address if bus else "unix:path=/nonexistent",
-                 "ASAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "halt_on_error=1:exitcode=99", **changes}
-
-
-class Watch:
-    """The program with its output in pipes."""
-
-    def __init__(self, bus, *arguments):
-        self.lines, self.errors = Mailbox("lodestar-watch"), Mailbox("lodestar-watch, standard error")
-        self._process = subprocess.Popen([program(), *arguments], env=environment(bus), stdin=subprocess.DEVNULL,
-                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self._threads = [threading.Thread(target=self._read, args=pair, daemon=True) for pair in (
-            (self._process.stdout, self.lines), (self._process.stderr, self.errors))]
-        for thread in self._threads:
-            thread.start()
-
-    @staticmethod
-    def _read(pipe, mailbox):
-        for line in pipe:
-            mailbox.append(line.removesuffix("\n"))
-        mailbox.close()
-        pipe.close()
-
-    def signal(self, number):
-        self._process.send_signal(number)
-
-    def status(self):
-        status = self._process.wait(DEADLINE)
-        for thread in self._threads:
-            thread.join(DEADLINE)
-        return status
-
-    def stop(self):
-        if self._process.poll() is None:
-            self._process.kill()
-            self.status()
+            "ASAN_OPTIONS": "exitcode=99", "UBSAN_OPTIONS": "halt_on_error=1:exitcode=99", **changes}
 
 
 @pytest.fixture
 def watch(stage):
     """Starts lodestar-watch on the session bus."""
     def start(*arguments):
-        watch = Watch(stage.session, *arguments)
+        watch = Program(program(), *arguments, environment=environment(stage.session))
         return stage.keep(watch, watch.stop)
     return start
 

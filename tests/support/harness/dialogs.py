@@ -1,14 +1,12 @@
 """The dialog service, real: lodestar-dialogs as a process, and whoever asks it."""
 
 import os
-import subprocess
-import threading
-from pathlib import Path
 
 from gi.repository import Gio, GLib
 
-from harness.daemon import faketime_library, SANITIZER_REPORT
-from harness.mailbox import DEADLINE, Mailbox
+from harness.daemon import faketime_library
+from harness.mailbox import Mailbox
+from harness.program import Program, built
 
 NAME, PATH = "com.varn.location.ui", "/com/varn/location/ui"
 APPLICATION_PATH, APPLICATION = "/org/sarnel/m", "com.varn.MApplicationIf"
@@ -18,9 +16,7 @@ WITHDRAWN = 2  # the type of a location request that closes the open one
 
 
 def program():
-    path = Path(os.environ["LODESTARD_BUILD"], "clients", "lodestar-dialogs", "lodestar-dialogs")
-    assert path.exists(), f"{path} is missing: build it first"
-    return str(path)
+    return built("clients/lodestar-dialogs/lodestar-dialogs")
 
 
 def environment(display=None, **changes):
@@ -30,7 +26,7 @@ def environment(display=None, **changes):
             "LSAN_OPTIONS": f"suppressions='{os.path.dirname(__file__)}/lsan.supp':print_suppressions=0", **changes}
 
 
-class Dialogs:
+class Dialogs(Program):
     """The program, started by the test and not by the bus."""
 
     def __init__(self, bus, display, *arguments, faketime=None, **changes):
@@ -38,33 +34,7 @@ class Dialogs:
                      "DBUS_SESSION_BUS_ADDRESS": bus.address if bus else "unix:path=/nonexistent"}
         if faketime:
             variables.update(LD_PRELOAD=faketime_library(), FAKETIME=faketime)
-        self.output, self.errors = Mailbox("lodestar-dialogs"), Mailbox("lodestar-dialogs, standard error")
-        self._process = subprocess.Popen([program(), *arguments], env=variables, stdin=subprocess.DEVNULL,
-                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self._threads = [threading.Thread(target=self._read, args=pair, daemon=True) for pair in (
-            (self._process.stdout, self.output), (self._process.stderr, self.errors))]
-        for thread in self._threads:
-            thread.start()
-
-    @staticmethod
-    def _read(pipe, mailbox):
-        for line in pipe:
-            mailbox.append(line.removesuffix("\n"))
-        mailbox.close()
-        pipe.close()
-
-    def status(self):
-        """The exit status, once it has ended; all output has arrived then."""
-        status = self._process.wait(DEADLINE)
-        for thread in self._threads:
-            thread.join(DEADLINE)
-        return status
-
-    def stop(self):
-        if self._process.poll() is None:
-            self._process.terminate()
-        self.status()
-        assert not any(SANITIZER_REPORT.search(line) for line in self.errors.items()), self.errors.items()
+        super().__init__(program(), *arguments, environment=variables)
 
 
 class Answer:
