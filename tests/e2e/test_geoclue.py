@@ -1,4 +1,4 @@
-"""Network positions from Debian's own GeoClue daemon."""
+"""Network positions from Debian's own GeoClue daemon, and who there may refuse them."""
 
 import os
 
@@ -6,18 +6,35 @@ import pytest
 
 from harness import client as app
 from harness import files, stream
+from harness.geoclue import EXACT
 from harness.mailbox import wait_until
-from harness.realgeoclue import PROGRAM, RealGeoClue
+from harness.realgeoclue import PROGRAM, Agent, OwnAgent, RealGeoClue
 from harness.road import EMPTY_FIX
 
 HOUR = 3600000
+HELSINKI = (60.17, 24.94, 500.0)
+DESKTOP_ID = "lodestard"
+
+
+def start_geoclue(stage, place=HELSINKI, **options):
+    assert os.access(PROGRAM, os.X_OK), "geoclue-2.0 is not installed (tools/install-deps installs it)"
+    geoclue = RealGeoClue(stage.system, place, **options)
+    return stage.keep(geoclue, geoclue.close)
 
 
 @pytest.fixture
 def geoclue(stage, request):
-    assert os.access(PROGRAM, os.X_OK), "geoclue-2.0 is not installed (tools/install-deps installs it)"
-    geoclue = RealGeoClue(stage.system, getattr(request, "param", (60.17, 24.94, 500.0)))
-    return stage.keep(geoclue, geoclue.close)
+    geoclue = start_geoclue(stage, getattr(request, "param", HELSINKI))
+    Agent(stage.system)
+    return geoclue
+
+
+def first_network_fix(stage):
+    """The daemon, and the first fix that an application of network positions gets."""
+    daemon = stage.consented_daemon()
+    client = stage.client()
+    client.start(app.NON_SATELLITE, HOUR)
+    return daemon, client.wait_for_fix()
 
 
 def test_its_position_reaches_an_application(stage, geoclue):
@@ -56,3 +73,31 @@ def test_what_it_cannot_find_is_an_empty_fix_in_time(stage, geoclue):
     assert daemon.has_message("VESKComm::veskRequestFinished vsek_err: -2105")
     assert geoclue.service.requests.items() == [b"{}"]
     wait_until(lambda: not geoclue.in_use(), "GeoClue goes idle")
+
+
+# ---- who may
+
+def test_its_own_agent_is_enough(stage):
+    start_geoclue(stage)
+    agent = OwnAgent(stage.system)
+    stage.keep(agent, agent.close)
+    assert first_network_fix(stage)[1].valid
+
+
+def test_no_agent_is_asked_about_a_program_of_the_system(stage):
+    """So there need not be a desktop entry, which agents look for when they are asked."""
+    start_geoclue(stage)
+    agent = Agent(stage.system)
+    assert first_network_fix(stage)[1].valid
+    assert agent.asked.items() == []
+
+
+@pytest.mark.parametrize("level, allowed", [(0, True), (EXACT, False)],
+                         ids=["the user has switched location off", "the administrator refuses"])
+def test_who_may_refuse(stage, level, allowed):
+    files.operator_settings(SuplFallback=False)
+    start_geoclue(stage, sections=f"[{DESKTOP_ID}]\nallowed={str(allowed).lower()}\nsystem=false\nusers=\n")
+    Agent(stage.system, level)
+    daemon, fix = first_network_fix(stage)
+    assert not fix.valid
+    assert daemon.has_message("VESKComm::veskRequestFinished vsek_err: -2104")

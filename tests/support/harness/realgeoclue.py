@@ -1,5 +1,5 @@
 """Debian's GeoClue daemon on the stage's system bus, with the two parties that it needs: an agent that
-speaks for the user, and the web service that knows where the network is."""
+speaks for the user (the test's, or GeoClue's own), and the web service that knows where the network is."""
 
 import http.server
 import json
@@ -14,12 +14,14 @@ from harness.geoclue import MANAGER, MANAGER_PATH, NAME, PROPERTIES, EXACT
 from harness.mailbox import DEADLINE, Mailbox
 
 PROGRAM = "/usr/libexec/geoclue"
+AGENT_PROGRAM = "/usr/libexec/geoclue-2.0/demos/agent"
 CONFIGURATION = Path("/etc/geoclue/geoclue.conf")
 AGENT_ID = "lodestard-test-agent"
+OWN_AGENT_ID = "geoclue-demo-agent"
 AGENT_PATH = "/org/freedesktop/GeoClue2/Agent"
 
 _CONFIGURATION = """[agent]
-whitelist={agent}
+whitelist={agents}
 [network-nmea]
 enable=false
 [3g]
@@ -34,7 +36,7 @@ enable=false
 enable=true
 url=http://127.0.0.1:{port}/locate
 submit-data=false
-"""
+{sections}"""
 
 _AGENT = Gio.DBusNodeInfo.new_for_xml("""
 <node>
@@ -86,31 +88,55 @@ class LocationService:
 
 
 class RealGeoClue:
-    """The daemon itself, with an agent that grants whatever it is asked for."""
+    """The daemon itself; `sections` are further ones of its configuration."""
 
-    def __init__(self, bus, place):
+    def __init__(self, bus, place, sections=""):
         self.bus = bus
         self.service = LocationService(place)
-        CONFIGURATION.write_text(_CONFIGURATION.format(agent=AGENT_ID, port=self.service.port), encoding="utf-8")
+        CONFIGURATION.write_text(_CONFIGURATION.format(agents=f"{AGENT_ID};{OWN_AGENT_ID}", port=self.service.port,
+                                                       sections=sections), encoding="utf-8")
         # Without a network of its own the machine counts as connected only to a monitor that looks at nothing.
         self._process = subprocess.Popen(
             [PROGRAM, "--timeout=0"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus.address, "GIO_USE_NETWORK_MONITOR": "base"})
         bus.wait_owner(NAME)
-        self._agent = bus.connect()
-        self._agent.register_object(AGENT_PATH, _AGENT, self._authorize, lambda *_: GLib.Variant("u", EXACT), None)
-        bus.call(self._agent, NAME, MANAGER_PATH, MANAGER, "AddAgent", GLib.Variant("(s)", (AGENT_ID,)))
-
-    def _authorize(self, _connection, _sender, _path, _interface, _method, arguments, invocation):
-        _desktop_id, level = arguments.unpack()
-        invocation.return_value(GLib.Variant("(bu)", (True, level)))
+        self._connection = bus.connect()
 
     def in_use(self):
         """Does any client keep a source of positions busy?"""
-        return self.bus.call(self._agent, NAME, MANAGER_PATH, PROPERTIES, "Get",
+        return self.bus.call(self._connection, NAME, MANAGER_PATH, PROPERTIES, "Get",
                              GLib.Variant("(ss)", (MANAGER, "InUse")))[0]
 
     def close(self):
         self._process.kill()
         self._process.wait(DEADLINE)
         self.service.close()
+
+
+class Agent:
+    """Speaks for a user who allows positions as exact as `level` (0: none at all), but no application that
+    the agent is asked about; `asked` records (desktop id, level)."""
+
+    def __init__(self, bus, level=EXACT):
+        self.asked = Mailbox("GeoClue's agent")
+        connection = bus.connect()
+        connection.register_object(AGENT_PATH, _AGENT, self._authorize, lambda *_: GLib.Variant("u", level), None)
+        bus.call(connection, NAME, MANAGER_PATH, MANAGER, "AddAgent", GLib.Variant("(s)", (AGENT_ID,)))
+
+    def _authorize(self, _connection, _sender, _path, _interface, _method, arguments, invocation):
+        desktop_id, level = arguments.unpack()
+        self.asked.append((desktop_id, level))
+        invocation.return_value(GLib.Variant("(bu)", (False, level)))
+
+
+class OwnAgent:
+    """GeoClue's own agent, as desktops start it that have none."""
+
+    def __init__(self, bus):
+        self._process = subprocess.Popen(
+            [AGENT_PROGRAM], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": bus.address})
+
+    def close(self):
+        self._process.kill()
+        self._process.wait(DEADLINE)
