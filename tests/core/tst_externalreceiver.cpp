@@ -20,12 +20,35 @@ const QStringList Gypsy{u"Create "_s + Address, u"Start "_s + Path};
 struct Receiver {
     Receiver()
     {
-        bluez.plugAdapter();
-        bluez.pair(Address);
+        bluez->plugAdapter();
+        bluez->pair(Address);
     }
 
-    FakeBluez bluez;
+    std::unique_ptr<FakeBluez> bluez = std::make_unique<FakeBluez>();
     FakeGypsy gypsy;
+};
+
+// A daemon whose user has selected the receiver; it ends before its peers do.
+struct ReceiverStage : Receiver, DaemonStage {
+    ReceiverStage()
+    {
+        setDefault("SatellitePositioningInternal=false");
+        setDefault("SatellitePositioningExternalAddress=" + Address.toLatin1());
+        startReady();
+    }
+
+    void startClients(int count, int method)
+    {
+        for (int i = 0; i < count; ++i)
+            daemon->configRequest(addSilent(*this), SetMethod | Start, method, 1000);
+    }
+    // Forgets what was asked and logged until now.
+    void forget()
+    {
+        bluez->takeCalls();
+        gypsy.takeCalls();
+        log.takeLines();
+    }
 };
 
 } // namespace
@@ -47,14 +70,6 @@ private slots:
     void connectionsHaveNoEffectOfTheirOwn();
     void aReceiverForgottenInsideAPlanCausesOneMorePlan();
     void aRemovedReceiverIsShutDownOnce();
-
-private:
-    static void select(DaemonStage &stage)
-    {
-        stage.setDefault("SatellitePositioningInternal=false");
-        stage.setDefault("SatellitePositioningExternalAddress=" + Address.toLatin1());
-        stage.startReady();
-    }
 };
 
 void TestExternalReceiver::withoutAnAddressThereAreNoSatellites()
@@ -72,79 +87,66 @@ void TestExternalReceiver::withoutAnAddressThereAreNoSatellites()
 
 void TestExternalReceiver::aKnownReceiverIsAskedForOncePerPlan()
 {
-    Receiver receiver;
-    DaemonStage stage;
-    select(stage);
+    ReceiverStage stage;
     for (int i = 0; i < 3; ++i)
         addSilent(stage);
-    receiver.bluez.takeCalls();
-    stage.log.takeLines();
+    stage.forget();
     stage.daemon->configRequest(6002, SetMethod | Start, All, 1000);
-    QCOMPARE(receiver.bluez.takeCalls(), Lookup + BluetoothSession); // looked up for all three clients
+    QCOMPARE(stage.bluez->takeCalls(), Lookup + BluetoothSession); // looked up for all three clients
     QCOMPARE(
         stage.logged({u"debug: startSessions: client: id=6002"_s}),
         QStringList{
             u"debug: startSessions: client: id=6002, stopped=0, methods=0xffffffff, actGNSS=0, actSUPL=0"_s});
-    QCOMPARE(receiver.gypsy.takeCalls(), Gypsy);
+    QCOMPARE(stage.gypsy.takeCalls(), Gypsy);
     QCOMPARE(stage.requests(), QStringList()); // it is not the engine's session
 }
 
 void TestExternalReceiver::theReceiverIsSharedByAllClients()
 {
-    Receiver receiver;
-    DaemonStage stage;
-    select(stage);
-    for (int i = 0; i < 3; ++i)
-        stage.daemon->configRequest(addSilent(stage), SetMethod | Start, Satellite, 1000);
-    QCOMPARE(receiver.gypsy.takeCalls(), Gypsy);
+    ReceiverStage stage;
+    stage.startClients(3, Satellite);
+    QCOMPARE(stage.gypsy.takeCalls(), Gypsy);
     for (const int id : {6000, 6002, 6001}) {
-        QCOMPARE(receiver.gypsy.takeCalls(), QStringList());
+        QCOMPARE(stage.gypsy.takeCalls(), QStringList());
         stage.daemon->configRequest(id, Stop, 0, 0);
     }
-    QCOMPARE(receiver.gypsy.takeCalls(), QStringList{u"Shutdown "_s + Path});
+    QCOMPARE(stage.gypsy.takeCalls(), QStringList{u"Shutdown "_s + Path});
     QCOMPARE(stage.requests(), QStringList());
 }
 
 void TestExternalReceiver::aNewIntervalIsNoCall()
 {
-    Receiver receiver;
-    DaemonStage stage;
-    select(stage);
-    stage.daemon->configRequest(addSilent(stage), SetMethod | Start, Satellite, 1000);
-    receiver.gypsy.takeCalls();
-    receiver.bluez.takeCalls();
+    ReceiverStage stage;
+    stage.startClients(1, Satellite);
+    stage.forget();
     stage.daemon->configRequest(6000, SetInterval, 0, 5000);
-    QCOMPARE(receiver.gypsy.takeCalls(), QStringList());
-    QCOMPARE(receiver.bluez.takeCalls(), Lookup);
+    QCOMPARE(stage.gypsy.takeCalls(), QStringList());
+    QCOMPARE(stage.bluez->takeCalls(), Lookup);
     QCOMPARE(stage.requests(), QStringList());
 }
 
 void TestExternalReceiver::aRefusedReceiverIsNotTriedAgain()
 {
-    Receiver receiver;
-    receiver.gypsy.refuse(u"Create"_s, u"Not today"_s);
-    DaemonStage stage;
-    select(stage);
-    stage.daemon->configRequest(addSilent(stage), SetMethod | Start, Satellite, 1000);
+    ReceiverStage stage;
+    stage.gypsy.refuse(u"Create"_s, u"Not today"_s);
+    stage.startClients(1, Satellite);
     QCOMPARE(stage.logged({u"warning: "_s}),
              QStringList{u"warning: Gypsy session creation failed:  \"Not today\""_s});
-    receiver.gypsy.obey(u"Create"_s);
-    receiver.gypsy.takeCalls();
+    stage.gypsy.obey(u"Create"_s);
+    stage.gypsy.takeCalls();
     stage.daemon->configRequest(6000, SetInterval, 0, 2000);
-    QCOMPARE(receiver.gypsy.takeCalls(), QStringList()); // the session counts as running
+    QCOMPARE(stage.gypsy.takeCalls(), QStringList()); // the session counts as running
     stage.daemon->configRequest(6000, Stop, 0, 0);
-    QCOMPARE(receiver.gypsy.takeCalls(), QStringList());
+    QCOMPARE(stage.gypsy.takeCalls(), QStringList());
     stage.daemon->configRequest(6000, Start, 0, 0);
-    QCOMPARE(receiver.gypsy.takeCalls(), Gypsy);
+    QCOMPARE(stage.gypsy.takeCalls(), Gypsy);
 }
 
 void TestExternalReceiver::fixStatusesAreTheReceiversState()
 {
-    Receiver receiver;
-    DaemonStage stage;
-    select(stage);
-    stage.daemon->configRequest(addSilent(stage), SetMethod | Start, All, 1000);
-    stage.log.takeLines();
+    ReceiverStage stage;
+    stage.startClients(1, All);
+    stage.forget();
     // Each report plans anew: a fix takes the network session away, its loss brings it back.
     const QString start = u"debug: startSessions"_s;
     const QString plan = u"debug: assignClients"_s;
@@ -170,11 +172,9 @@ void TestExternalReceiver::fixStatusesAreTheReceiversState()
 
 void TestExternalReceiver::connectionsHaveNoEffectOfTheirOwn()
 {
-    Receiver receiver;
-    DaemonStage stage;
-    select(stage);
-    stage.daemon->configRequest(addSilent(stage), SetMethod | Start, All, 1000);
-    stage.log.takeLines();
+    ReceiverStage stage;
+    stage.startClients(1, All);
+    stage.forget();
     stage.daemon->onConnectionStatusUpdate(GypsyComm::Disconnected);
     stage.daemon->onConnectionStatusUpdate(GypsyComm::Connected);
     QCOMPARE(stage.log.takeLines(), QStringList());
@@ -182,19 +182,13 @@ void TestExternalReceiver::connectionsHaveNoEffectOfTheirOwn()
 
 void TestExternalReceiver::aReceiverForgottenInsideAPlanCausesOneMorePlan()
 {
-    auto bluez = std::make_unique<FakeBluez>();
-    bluez->plugAdapter();
-    bluez->pair(Address);
-    FakeGypsy gypsy;
-    DaemonStage stage;
-    select(stage);
-    for (int i = 0; i < 2; ++i)
-        stage.daemon->configRequest(addSilent(stage), SetMethod | Start, Satellite, 1000);
+    ReceiverStage stage;
+    stage.startClients(2, Satellite);
     QCOMPARE(stage.requests(), QStringList());
-    QCOMPARE(gypsy.takeCalls(), Gypsy);
-    stage.log.takeLines();
+    QCOMPARE(stage.gypsy.takeCalls(), Gypsy);
+    stage.forget();
 
-    bluez.reset();
+    stage.bluez.reset();
     stage.daemon->configRequest(6000, SetInterval, 0, 2000);
     // The first plan notices, the internal receiver is back, and the second plan starts what the
     // first could not.
@@ -210,7 +204,7 @@ void TestExternalReceiver::aReceiverForgottenInsideAPlanCausesOneMorePlan()
                  u"debug: PositionDaemon::userSettingsChanged():  Sat method internal [ true ]"_s,
                  u"debug: assignClients"_s,
              }));
-    QCOMPARE(gypsy.takeCalls(), QStringList{u"Shutdown "_s + Path});
+    QCOMPARE(stage.gypsy.takeCalls(), QStringList{u"Shutdown "_s + Path});
     QStringList requests = stage.requests();
     requests.sort();
     QCOMPARE(requests, (QStringList{u"start 6000 2 mode 2"_s, u"start 6001 1 mode 2"_s}));
@@ -219,18 +213,14 @@ void TestExternalReceiver::aReceiverForgottenInsideAPlanCausesOneMorePlan()
 void TestExternalReceiver::aRemovedReceiverIsShutDownOnce()
 {
     // Reporting the end plans, the plan finds the receiver unknown, and that stops the last session.
-    Receiver receiver;
-    DaemonStage stage;
-    select(stage);
-    for (int i = 0; i < 2; ++i)
-        stage.daemon->configRequest(addSilent(stage), SetMethod | Start, Satellite, 1000);
-    receiver.gypsy.takeCalls();
-    stage.log.takeLines();
-    receiver.bluez.remove(Address);
+    ReceiverStage stage;
+    stage.startClients(2, Satellite);
+    stage.forget();
+    stage.bluez->remove(Address);
     QStringList requests = stage.awaitRequests(2);
     requests.sort();
     QCOMPARE(requests, (QStringList{u"start 6000 1 mode 2"_s, u"start 6001 1 mode 2"_s}));
-    QCOMPARE(receiver.gypsy.takeCalls(), QStringList{u"Shutdown "_s + Path});
+    QCOMPARE(stage.gypsy.takeCalls(), QStringList{u"Shutdown "_s + Path});
     QCOMPARE(stage.logged({u"warning: "_s}),
              QStringList{u"warning: Currently used bluetooth device has been removed. Stopping gypsy."_s});
 }
