@@ -54,6 +54,12 @@ private:
         QCOMPARE(stage.takeEvents().last(), u"connection 1"_s);
         stage.log.takeLines();
     }
+    static void regain(GypsyStage &stage)
+    {
+        stage.gypsy->connectionStatus(Path, true);
+        stage.settle();
+        stage.forget();
+    }
 };
 
 void TestGypsyRestart::aReceiverStartsDisconnected()
@@ -117,9 +123,7 @@ void TestGypsyRestart::aNewLossGetsItsOwn15Seconds()
     GypsyStage stage;
     stage.start();
     lose(stage);
-    stage.gypsy->connectionStatus(Path, true);
-    stage.settle();
-    stage.forget();
+    regain(stage);
     letItPass(8s);
     QElapsedTimer elapsed;
     elapsed.start();
@@ -135,9 +139,7 @@ void TestGypsyRestart::aLossThatWasMadeGoodStartsNothing()
     GypsyStage stage;
     stage.start();
     lose(stage);
-    stage.gypsy->connectionStatus(Path, true);
-    stage.settle();
-    stage.forget();
+    regain(stage);
     letItPass();
     QCOMPARE(stage.takeCalls(), QStringList());
 }
@@ -146,9 +148,7 @@ void TestGypsyRestart::nothingIsRestartedOnceConnected()
 {
     GypsyStage stage;
     stage.start();
-    stage.gypsy->connectionStatus(Path, true);
-    stage.settle();
-    stage.forget();
+    regain(stage);
     stage.comm.restartGypsy();
     QCOMPARE(stage.takeCalls(), QStringList());
     QCOMPARE(stage.takeLines(), QStringList{RestartLine});
