@@ -82,12 +82,14 @@ void TestDeadlineWorker::nobodyWaitsBehindAJobThatHangs()
 void TestDeadlineWorker::theLatestOfAName()
 {
     DeadlineWorker worker(Short);
-    QSemaphore go;
+    QSemaphore begun, go;
     QStringList done;
     QVERIFY(!worker.run("key", [&] {
+        begun.release();
         go.acquire();
         done << QStringLiteral("first");
     }));
+    begun.acquire(); // its thread may be slow to start
     for (const char *value : {"second", "third"})
         QVERIFY(!worker.run("key", [&done, value] { done << QLatin1StringView(value); }));
     go.release();
@@ -97,16 +99,18 @@ void TestDeadlineWorker::theLatestOfAName()
 
 void TestDeadlineWorker::whatHasNotBegunIsDropped()
 {
-    QSemaphore go;
+    QSemaphore begun, go;
     auto job = std::make_shared<bool>(false);
     const std::weak_ptr<bool> held = job;
     QSemaphore ended;
     {
         DeadlineWorker worker(Short);
         QVERIFY(!worker.run("hangs", [&] {
+            begun.release();
             go.acquire();
             ended.release();
         }));
+        begun.acquire();
         QVERIFY(!worker.run("late", [job] { *job = true; }));
     }
     QVERIFY2(!*job, "it ran");
