@@ -47,6 +47,8 @@ import struct
 import sys
 import time
 
+VERSION = '0.1.0'
+
 # ---------------------------------------------------------------------------------------------
 # Protocol: bytes out of values and values out of bytes. Big-endian; offsets follow from the formats.
 
@@ -828,7 +830,8 @@ class PlainFormatter(optparse.IndentedHelpFormatter):
 
 
 def parse_arguments(arguments):
-    parser = optparse.OptionParser(usage='%prog [options]', description=__doc__, formatter=PlainFormatter())
+    parser = optparse.OptionParser(usage='%prog [options]', version='%prog ' + VERSION, description=__doc__,
+                                   formatter=PlainFormatter())
     add = parser.add_option
     add('--socket', metavar='PATH', default='/tmp/orvd', help='the engine\'s socket [%default]')
     add('--control', metavar='PATH', help='the control socket [the engine\'s socket + ".control"]')

@@ -1,12 +1,16 @@
 """What `cmake --install` lays down, wherever it is told to."""
 
 import os
+import re
 import subprocess
 from pathlib import Path
 
 import pytest
 
 BUILD = Path(os.environ["LODESTARD_BUILD"])
+
+CHECKOUT = Path(__file__).resolve().parents[2]
+INTERFACES = list((CHECKOUT / "docs" / "dbus").iterdir())
 
 # Place below the prefix, and whether it is a program.
 FILES = {
@@ -25,8 +29,11 @@ FILES = {
     "share/dbus-1/services/com.varn.lodestard.client.service": False,
     "share/dbus-1/services/com.varn.lodestard.settings.service": False,
     "share/dbus-1/system.d/com.varn.lodestard.vesk.conf": False,
+    **{f"share/doc/lodestard/{name}.md": False for name in ("administration", "dbus", "engine-protocol")},
+    **{f"share/doc/lodestard/dbus/{path.name}": False for path in INTERFACES},
     "share/man/man1/lodestar-dialogs.1": False,
     "share/man/man1/lodestar-watch.1": False,
+    "share/man/man7/lodestard-tests.7": False,
     "share/man/man8/lodestard.8": False,
     "share/man/man8/orvd-gpsd.8": False,
 }
@@ -55,6 +62,11 @@ def test_nothing_lies_outside_the_prefix(opt):
     assert [path.name for path in opt.parent.iterdir()] == ["lodestard"]
 
 
+def test_the_list_of_what_was_installed_is_whole(opt):
+    manifest = (BUILD / "install_manifest.txt").read_text(encoding="utf-8").splitlines()
+    assert sorted(manifest) == sorted(f"/opt/lodestard/{name}" for name in FILES)
+
+
 def activation(opt, name):
     """The lines of an activation file."""
     lines = (opt / f"share/dbus-1/services/{name}.service").read_text(encoding="utf-8").splitlines()
@@ -81,6 +93,20 @@ def test_the_settings_name_is_started_by_way_of_the_client_name(opt):
 def test_the_unit_starts_the_installed_program(opt, unit, command):
     lines = (opt / "lib/systemd" / unit).read_text(encoding="utf-8").splitlines()
     assert [line for line in lines if line.startswith("ExecStart=")] == [f"ExecStart={command}"]
+
+
+def test_the_daemons_page_names_the_documents_that_are_installed(opt):
+    page = (opt / "share/man/man8/lodestard.8").read_text(encoding="utf-8").replace("\\-", "-")
+    assert ".I /opt/lodestard/share/doc/lodestard\n" in page
+    named = set(re.findall(r"[\w-]+\.md", page))
+    assert named == {path.name for path in (opt / "share/doc/lodestard").glob("*.md")}
+
+
+def test_installed_documents_only_point_at_what_is_installed(opt):
+    documents = list((opt / "share/doc/lodestard").glob("*.md"))
+    for document in documents:
+        for target in re.findall(r"\]\((?!https?:)([^)#]+)", document.read_text(encoding="utf-8")):
+            assert (document.parent / target).exists(), f"{document.name}: {target}"
 
 
 def test_the_prefix_that_the_build_was_made_for(tmp_path):

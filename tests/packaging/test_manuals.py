@@ -9,10 +9,12 @@ import pytest
 
 BUILD = Path(os.environ["LODESTARD_BUILD"])
 CHECKOUT = Path(__file__).resolve().parents[2]
+TEST_ENGINE = CHECKOUT / "engines/fake_orv.py"
 PROGRAMS = {"lodestar-watch.1": "clients/lodestar-watch/lodestar-watch",
             "lodestar-dialogs.1": "clients/lodestar-dialogs/lodestar-dialogs",
-            "orvd-gpsd.8": "engines/orvd-gpsd/orvd-gpsd"}
-DAEMON_PAGE = CHECKOUT / "packaging/man/lodestard.8"
+            "orvd-gpsd.8": "engines/orvd-gpsd/orvd-gpsd",
+            "lodestard-tests.7": TEST_ENGINE}
+DAEMON_PAGE = CHECKOUT / "packaging/man/lodestard.8.in"
 VERSION = re.search(r"^project\(lodestard VERSION ([0-9.]+) ", (CHECKOUT / "CMakeLists.txt").read_text(), re.M)[1]
 DAEMON_OPTIONS = {"-l", "--logfile", "-nl", "--no-logfile", "-v", "--verbose", "-nv", "--no-verbose", "-w", "--warning",
                   "-nw", "--no-warning", "-d", "--daemon"}
@@ -63,6 +65,14 @@ def test_the_page_says_what_anybody_asks(page):
     assert {"NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "EXAMPLES", "SEE ALSO"} <= set(headings)
 
 
+def test_the_test_engines_page_explains_its_commands():
+    offered = help_of("lodestard-tests.7").split("JSON:\n")[1].split("\nOptions:")[0]
+    explained = set(re.findall(r"\w+", rendered(CHECKOUT / "packaging/man/lodestard-tests.7")))
+    names = set(re.findall(r"^  (\w+)|\| ([a-z]+)", offered, re.M))
+    names = {first or second for first, second in names}
+    assert len(names) > 15 and not names - explained
+
+
 @pytest.mark.parametrize("words, expected", [
     (["lodestar-watch", "--s"], {"--satellites", "--seconds"}),
     (["lodestar-watch", "--methods", "n"], {"network"}),
@@ -90,3 +100,5 @@ def test_one_version_everywhere():
     assert re.search(r"^## ([0-9.]+)", texts["CHANGELOG.md"], re.M)[1] == VERSION
     for page in (CHECKOUT / "packaging/man").iterdir():
         assert f'"lodestard {VERSION}"' in page.read_text(encoding="utf-8").splitlines()[0]
+    said = subprocess.run([TEST_ENGINE, "--version"], check=True, text=True, stdout=subprocess.PIPE).stdout
+    assert said == f"fake_orv.py {VERSION}\n"
