@@ -21,6 +21,8 @@ public:
     // The calls so far, in order; they are forgotten.
     QList<QDBusMessage> takeCalls() { return m_peer.takeCalls(); }
     qsizetype callCount() { return m_peer.callCount(); }
+    // Returns when every call that was sent to it before is kept.
+    void settle() { m_peer.settle(); }
     bool wasIntrospected() const { return m_peer.wasIntrospected(); }
     void ownName(const QString &name);
     void leave() { m_peer.leave(); }

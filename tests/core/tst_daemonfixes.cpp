@@ -143,6 +143,7 @@ void TestDaemonFixes::networkFixesServeFreeFixClients()
     stage.daemon->onPositionUpdateSUPL(fix);
     QTRY_COMPARE(network.callCount(), 1);
     QCOMPARE(latitudes(network), QList<double>{60.0});
+    satellite.settle();
     QCOMPARE(satellite.callCount(), 0);
     const QStringList expected{
         u"debug: PositionDaemon::onPositionUpdateSUPL"_s,
@@ -193,6 +194,7 @@ void TestDaemonFixes::satelliteListsGoToThoseWhoWantThem()
     stage.daemon->onSatellitesInView(satellites);
     stage.daemon->onSatellitesInUse(satellites);
     QCOMPARE(members(curious), (QStringList{u"satellitesInViewUpdate"_s, u"satellitesInUseUpdate"_s}));
+    other.settle();
     QCOMPARE(other.callCount(), 0);
 }
 

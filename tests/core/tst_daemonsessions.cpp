@@ -187,6 +187,7 @@ void TestDaemonSessions::aClientWithoutMethodsIsToldAtEachPlan()
 
     stage.daemon->configRequest(add(stage, watcher), SatInfoStart | SetMethod | Start, Satellite, 1000);
     QTRY_COMPARE(client.callCount(), 1); // planned again, and told again
+    watcher.settle();
     QCOMPARE(watcher.callCount(), 0);
 }
 
