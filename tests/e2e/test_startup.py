@@ -11,6 +11,7 @@ import pytest
 from harness import files, wire
 from harness.buses import Bus
 from harness.daemon import LINE, binary, preloadable
+from harness.mailbox import wait_until
 
 USAGE = """\
 Usage: lodestard [options]
@@ -302,6 +303,18 @@ def test_a_second_instance_is_found_by_its_name_on_the_bus(stage):
     daemon = stage.launch()
     assert daemon.wait_exit() == 1
     assert daemon.messages("Fatal") == [f"lodestard: Already running. pid: {os.getpid()}"]
+
+
+def test_of_two_that_start_at_the_same_moment_one_remains(stage):
+    """Whichever is the first to own a name; the other finds that out early or late."""
+    for _ in range(5):
+        pair = [stage.launch("-v") for _ in range(2)]
+        wait_until(lambda: not all(daemon.is_running() for daemon in pair), "one of them gives up")
+        loser, winner = sorted(pair, key=lambda daemon: daemon.is_running())
+        assert loser.wait_exit() == 1
+        assert loser.errors() == ["init failed."] or loser.has_message(f"lodestard: Already running. pid: {winner.pid}")
+        assert winner.wait_ready().is_running()
+        winner.stop()
 
 
 def test_a_second_instance_can_start_when_the_first_has_ended(stage):
