@@ -20,7 +20,8 @@ from sandbox import CHECKOUT, PYTHON, Sandbox  # noqa: E402
 MACHINE = "/.machine"  # the machine's own directories, inside
 WRITABLE_ANYWAY = {"/usr", "/usr/bin", "/usr/lib", "/etc", "/var", "/run"}
 # Where the maintainer scripts write.
-SCRIPTS_DIRECTORIES = ("/etc/systemd/system", "/etc/systemd/system/multi-user.target.wants", "/etc/systemd/user")
+SCRIPTS_DIRECTORIES = ("/etc/systemd", "/etc/systemd/system", "/etc/systemd/system/multi-user.target.wants",
+                       "/etc/systemd/user")
 DPKG = "/var/lib/dpkg"
 
 

@@ -270,10 +270,14 @@ def test_an_upgrade_keeps_settings_and_what_the_administrator_wrote(session, sim
     assert not os.path.lexists("/etc/systemd/system/multi-user.target.wants/orvd-gpsd.service")
 
 
-def test_removal_leaves_the_administrators_file_and_the_users_settings(before, installed):
+def test_removal_leaves_the_users_settings_and_what_the_administrator_decided(before, installed):
+    enabled = Path("/etc/systemd/user/default.target.wants/lodestard.service")  # `systemctl --global enable`
+    enabled.parent.mkdir()
+    enabled.symlink_to("/usr/lib/systemd/user/lodestard.service")
     dpkg("--remove", *NAMES)
     left = all_files() - before - ACCOUNTS
-    assert {path for path in left if not path.startswith("/var/lib/systemd")} == {"/etc/default/orvd-gpsd"}
+    assert {path for path in left if not path.startswith("/var/lib/systemd")} == {
+        "/etc/default/orvd-gpsd", str(enabled), str(enabled.parent)}
     assert SETTINGS.exists()
 
 
