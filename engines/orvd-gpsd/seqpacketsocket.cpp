@@ -16,7 +16,7 @@ namespace orvdgpsd {
 namespace {
 // Waiting connections; there is one daemon in a session.
 constexpr int backlog = 8;
-// A daemon in any user's session may connect, as anyone on the machine may ask gpsd itself.
+// Who may connect is for the socket's directory to say: the daemon runs as whoever is logged in.
 constexpr mode_t socketMode = 0666;
 
 bool fill(sockaddr_un &address, const QByteArray &path)

@@ -120,6 +120,18 @@ says("setuid", os.chmod, "/tmp", 0o4700)
         "setuid": "Operation not permitted"}
 
 
+@pytest.mark.parametrize("unit, own", [(DAEMON, {"ipc", "mnt", "net", "user", "uts"}),
+                                       (ENGINE, {"ipc", "mnt", "user", "uts"})])
+def test_what_a_program_has_for_itself_in_its_unit(unit, own):
+    """Beside the directories: memory and semaphores, the network, users, the host's name."""
+    found = dict(line.split() for line in tell(unit, """
+import os
+for name in os.listdir("/proc/self/ns"):
+    print(name, os.readlink("/proc/self/ns/" + name))
+"""))
+    assert {name for name, place in found.items() if place != os.readlink(f"/proc/self/ns/{name}")} == own
+
+
 def installed(directory, unit_file):
     """The unit as it is installed, with the programs just built."""
     name = unit_file.name.removesuffix(".in")
