@@ -50,7 +50,8 @@ def copy():
             place.parent.mkdir(parents=True)
             shutil.copy(BUILD / name, place)
         yield top
-        assert processes_of(top) == [], "the demo left processes behind"
+        # The sandbox's processes are killed with it, and die a moment after it.
+        wait_until(lambda: processes_of(top) == [], "the demo left no process behind")
     finally:
         shutil.rmtree(top)
 

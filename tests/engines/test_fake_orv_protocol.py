@@ -71,7 +71,7 @@ def test_blocks_that_nobody_reads_come_now_and_then(engine):
 
 
 def test_each_session_is_served_at_its_own_interval(engine):
-    daemon = engine("--ttff", 0, "--rate", 10).daemon()
+    daemon = engine("--ttff", 0, "--rate", 2).daemon()  # half a second told is a quarter's delay
     daemon.start(1, 1)
     daemon.start(3, 3)
     times = {1: [], 3: []}

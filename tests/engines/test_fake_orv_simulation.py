@@ -166,13 +166,23 @@ def test_the_same_seed_gives_the_same_walk_and_sky(fake_orv):
     assert world(3)[0] != world(4)[0] and world(3)[1] != world(4)[1]
 
 
+def test_a_path_begins_at_its_first_point(fake_orv):
+    place = fake_orv.Walk([(10.0, 20.0), (10.0, 20.001), (10.001, 20.0)], 100).at(0)
+    assert (place.lat, place.lon) == (pytest.approx(10.0), pytest.approx(20.0))
+    assert place.course == pytest.approx(90, abs=0.01)
+
+
 def test_a_path_is_walked_around(engine, tmp_path):
     path = tmp_path / "path"
     path.write_text("# a triangle\n10.0,20.0\n\n10.0,20.001\n10.001,20.0\n")
     daemon = engine("--ttff", 0, "--rate", 50, "--speed", 100, "--path", path).daemon()
     daemon.start()
-    fixes = [daemon.fix() for _ in range(16)]
-    assert fixes[0].position.lat == pytest.approx(10.0, abs=1e-7) and fixes[0].heading == 9000
     # East, north-west (degrees of longitude are a little shorter here), south.
-    assert {round(f.heading / 100) % 360 for f in fixes} == {90, 315, 180}
-    assert all(9.9999 < f.position.lat < 10.0011 and 19.9999 < f.position.lon < 20.0011 for f in fixes)
+    legs, walked = {90, 315, 180}, set()
+    for _ in range(500):  # a busy machine is late, and the walker is elsewhere by then
+        fix = daemon.fix()
+        assert 9.9999 < fix.position.lat < 10.0011 and 19.9999 < fix.position.lon < 20.0011
+        walked.add(round(fix.heading / 100) % 360)
+        if walked >= legs:
+            break
+    assert walked == legs
