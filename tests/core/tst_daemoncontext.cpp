@@ -1,5 +1,4 @@
 #include "core/daemonstage.h"
-#include "support/fakescreensaver.h"
 #include "support/leavebus.h"
 #include "support/privatebus.h"
 
@@ -61,7 +60,7 @@ QVariant place(double latitude, double longitude)
 
 } // namespace
 
-// The published properties and power save, without the timers: a round ends when the test says so.
+// The published properties, and what a report of the engine sets going.
 class TestDaemonContext : public QObject
 {
     Q_OBJECT
@@ -73,14 +72,10 @@ private slots:
     void theStateIsLoggedWhereItMayChange();
     void coordinatesHaveAClientOfTheirOwn();
     void coordinatesWithoutConsentWait();
+    void consentComesWhenTheSubscriberHasGone();
     void onlyValidCoordinatesArePublished();
     void aTakenNameDoesNotEndTheStart();
-    void roundsWithholdSatellites();
-    void theScreenIsWatchedWhilePowerSaveNeedsIt();
-    void aSearchUnderAKnownDarkScreenBeginsAtOnce();
-    void whatResetsPowerSave();
     void reportsAreHandledInTheirOrder();
-    void networkClientsKeepTheirMethods();
 
 private:
     static void searching(DaemonStage &stage) { stage.daemon->onGNSSStateUpdated(ORVComm::Search); }
@@ -93,15 +88,6 @@ private:
         const int id = addSilent(stage);
         stage.daemon->configRequest(id, Start | SetMethod | SetInterval, methods, 1000);
         return id;
-    }
-    // A search under a dark screen: round 1 runs.
-    static void darkSearch(DaemonStage &stage)
-    {
-        satelliteClient(stage);
-        QCOMPARE(stage.requests(), QStringList{u"start 6000 1 mode 2"_s});
-        QTRY_VERIFY(
-            stage.log.lines().contains(u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s));
-        stage.log.takeLines();
     }
 };
 
@@ -214,6 +200,28 @@ void TestDaemonContext::coordinatesWithoutConsentWait()
     Subscriber map;
     map.call(Coordinates, u"Subscribe"_s);
     QCOMPARE(stage.requests(), QStringList());
+    stage.daemon->privacyDialogFinished(LocationUI::Accepted);
+    QCOMPARE(stage.requests(), QStringList{u"start 6000 1 mode 2"_s});
+}
+
+void TestDaemonContext::consentComesWhenTheSubscriberHasGone()
+{
+    DaemonStage stage;
+    QVERIFY(QFile::remove(stage.tree.at(u"/home/user/.location_ok"_s)));
+    stage.startReady();
+    {
+        Subscriber gone(u"gone"_s);
+        gone.call(Coordinates, u"Subscribe"_s);
+    }
+    QTRY_VERIFY(stage.log.lines().contains(u"debug: PositionDaemon: Removing client with id: 6000"_s));
+    Subscriber map;
+    map.call(Coordinates, u"Subscribe"_s);
+    stage.log.takeLines();
+    stage.daemon->privacyDialogFinished(LocationUI::Accepted);
+    QCOMPARE(stage.logged({u"critical"_s}),
+             (QStringList{u"critical: *** Warning! Config request from client with invalid Id!"_s,
+                          u"critical: *** id: 6000  command: 13"_s}));
+    QCOMPARE(stage.requests(), QStringList{u"start 6001 1 mode 2"_s});
 }
 
 void TestDaemonContext::onlyValidCoordinatesArePublished()
@@ -256,157 +264,6 @@ void TestDaemonContext::aTakenNameDoesNotEndTheStart()
                           u"debug: PositionDaemon::init() ContextProvider init done."_s}));
 }
 
-void TestDaemonContext::roundsWithholdSatellites()
-{
-    const FakeScreenSaver saver(FakeScreenSaver::Freedesktop, true);
-    DaemonStage stage;
-    stage.startReady();
-    darkSearch(stage);
-    QCOMPARE(stage.requests(), QStringList()); // round 1 allows what runs already
-
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.requests(), QStringList{u"stop 6000"_s});
-    QCOMPARE(stage.logged(
-                 {u"debug: PositionDaemon::onPower"_s, u"debug: GNSS"_s, u"debug: PositionDaemon::dis"_s}),
-             (QStringList{u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=2"_s,
-                          u"debug: GNSS mode: Idle"_s})); // idle by our own doing: power save goes on
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.requests(), QStringList{u"start 6000 1 mode 2"_s});
-
-    // Three satellites were heard: the next withheld round is delayed once, without a plan.
-    stage.log.takeLines();
-    const std::vector<SatelliteRecord> heard(3, SatelliteRecord{.number = 1, .used = 0, .cno = 16 * 30});
-    engineside::ReportWriter report(GnssNotification{.sessionId = 6000, .status = 0x01});
-    QVERIFY(report.addSatellites(heard));
-    QVERIFY(stage.engine->send(report.bytes()));
-    const QString arrived = u"debug: ORVComm::handleGNSSNotification() session id: 6000, status: 0x1"_s;
-    QTRY_VERIFY(stage.log.lines().contains(arrived));
-    stage.log.takeLines();
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.log.takeLines(),
-             QStringList{u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=4"_s});
-    QCOMPARE(stage.requests(), QStringList());
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.requests(), QStringList{u"stop 6000"_s});
-    // The count starts afresh with the next allowed round.
-    stage.daemon->onPowerSaveTimeout();
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.requests(), (QStringList{u"start 6000 1 mode 2"_s, u"stop 6000"_s}));
-}
-
-void TestDaemonContext::theScreenIsWatchedWhilePowerSaveNeedsIt()
-{
-    FakeScreenSaver saver(FakeScreenSaver::Freedesktop, false);
-    DaemonStage stage;
-    stage.startReady();
-    QCOMPARE(saver.calls(), QStringList());
-    const int id = satelliteClient(stage);
-    QTRY_VERIFY(stage.log.lines().contains(u"debug: PositionDaemon::onScreenBlanked screenBlanked=0"_s));
-    QCOMPARE(saver.takeCalls(), QStringList{u"GetActive"_s});
-    stage.requests();
-    stage.log.takeLines();
-
-    // Dark, light in a withheld round, dark again.
-    saver.setActive(true);
-    QTRY_VERIFY(stage.log.lines().contains(u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s));
-    QTRY_VERIFY(stage.log.lines().contains(u"debug: assignClients"_s));
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.requests(), QStringList{u"stop 6000"_s});
-    saver.setActive(false);
-    QCOMPARE(stage.awaitRequests(1), QStringList{u"start 6000 1 mode 2"_s});
-    stage.log.takeLines();
-    saver.setActive(true);
-    QTRY_VERIFY(stage.log.lines().contains(u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s));
-
-    // Over: the screen is let go later, unless power save is on again by then.
-    stage.daemon->configRequest(id, Stop, 0, 0);
-    stage.log.takeLines();
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.log.takeLines(),
-             QStringList{u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=0"_s});
-    stage.daemon->onPowerSaveContextUnsubscribe();
-    QCOMPARE(stage.log.takeLines(), QStringList{u"debug: PositionDaemon::onPowerSaveContextUnsubscribe"_s});
-    saver.setActive(false);
-    QVERIFY(DaemonStage::set(u"VeskDisclaimerAccepted"_s, true)); // something later has happened
-    QCOMPARE(stage.logged({u"debug: PositionDaemon::onScreen"_s}), QStringList());
-
-    stage.daemon->configRequest(id, Start, 0, 0);
-    stage.daemon->onPowerSaveContextUnsubscribe();
-    saver.setActive(true);
-    QTRY_VERIFY(stage.log.lines().contains(u"debug: PositionDaemon::onScreenBlanked screenBlanked=1"_s));
-}
-
-void TestDaemonContext::aSearchUnderAKnownDarkScreenBeginsAtOnce()
-{
-    const FakeScreenSaver saver(FakeScreenSaver::Freedesktop, true);
-    DaemonStage stage;
-    stage.startReady();
-    darkSearch(stage);
-    stage.daemon->onGNSSStateUpdated(ORVComm::Tracking); // over, and the screen is watched on
-    stage.log.takeLines();
-    searching(stage);
-    QCOMPARE(stage.logged({u"debug: PositionDaemon::enable"_s, u"debug: PositionDaemon::onPower"_s,
-                           u"debug: assign"_s}),
-             (QStringList{u"debug: PositionDaemon::enablePowerSave"_s,
-                          u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s,
-                          u"debug: assignClients"_s})); // one plan, the report's own
-    QCOMPARE(stage.requests(), QStringList());
-    stage.daemon->onPowerSaveTimeout();
-    QCOMPARE(stage.requests(), QStringList{u"stop 6000"_s});
-}
-
-void TestDaemonContext::whatResetsPowerSave()
-{
-    const FakeScreenSaver saver(FakeScreenSaver::Gnome, true);
-    DaemonStage stage;
-    stage.startReady();
-    darkSearch(stage);
-    const int network = addSilent(stage);
-    const QString reset = u"debug: PositionDaemon::resetPowerSave"_s;
-    const QString first = u"debug: PositionDaemon::onPowerSaveTimeout: powerSaveRound=1"_s;
-    // The engine may also be asked for the network client.
-    const auto satelliteRequests = [&] {
-        return stage.requests().filter(QRegularExpression(u"^(start|stop) "_s));
-    };
-    const auto withhold = [&] {
-        stage.daemon->onPowerSaveTimeout();
-        QCOMPARE(satelliteRequests(), QStringList{u"stop 6000"_s});
-        stage.log.takeLines();
-    };
-
-    withhold();
-    stage.daemon->configRequest(network, SetMethod | Start, NonSatellite, 0); // nothing of satellites
-    QCOMPARE(stage.logged({reset, first}), QStringList());
-    QCOMPARE(satelliteRequests(), QStringList());
-    stage.daemon->configRequest(6000, SetInterval, 0, 2000);
-    QCOMPARE(stage.logged({reset, first}), (QStringList{reset, first}));
-    QCOMPARE(satelliteRequests(), QStringList{u"start 6000 2 mode 2"_s});
-
-    for (const QString &key :
-         {u"Positioning"_s, u"SatellitePositioning"_s, u"SatellitePositioningInternal"_s}) {
-        withhold();
-        QVERIFY(DaemonStage::set(key, true));
-        // An answer to the network client may come meanwhile, and its lines before these.
-        QStringList lines = stage.log.takeLines();
-        while (!lines.isEmpty() && !lines.first().startsWith(u"debug: PositionDaemon::userSettingsChanged()"))
-            lines.removeFirst();
-        QVERIFY(lines.size() >= 4);
-        QVERIFY(lines.at(1).startsWith(ContextLine));
-        QCOMPARE(lines.sliced(2, 2), (QStringList{reset, first}));
-        QCOMPARE(satelliteRequests(), QStringList{u"start 6000 2 mode 2"_s});
-    }
-    withhold();
-    QVERIFY(DaemonStage::set(u"WiFiPositioning"_s, true));
-    QCOMPARE(stage.logged({reset, first}), QStringList());
-
-    // Without a round there is nothing to begin again.
-    stage.daemon->onPowerSaveTimeout();
-    stage.daemon->onGNSSStateUpdated(ORVComm::Tracking);
-    stage.log.takeLines();
-    stage.daemon->configRequest(6000, SetInterval, 0, 3000);
-    QCOMPARE(stage.logged({reset, first}), QStringList{reset});
-}
-
 void TestDaemonContext::reportsAreHandledInTheirOrder()
 {
     DaemonStage stage;
@@ -431,19 +288,6 @@ void TestDaemonContext::reportsAreHandledInTheirOrder()
     // The external receiver has no power save.
     stage.daemon->onFixStatusUpdate(GypsyComm::NoFix);
     QCOMPARE(stage.logged(kinds), (QStringList{stateLine(1, 0, 0), u"debug: assignClients"_s}));
-}
-
-void TestDaemonContext::networkClientsKeepTheirMethods()
-{
-    const FakeScreenSaver saver(FakeScreenSaver::Freedesktop, true);
-    DaemonStage stage;
-    stage.startReady();
-    darkSearch(stage);
-    stage.daemon->onPowerSaveTimeout();
-    stage.log.takeLines();
-    satelliteClient(stage, NonSatellite);
-    QVERIFY(stage.log.takeLines().contains(
-        u"debug: startSessions: client: id=6001, stopped=0, methods=0xffffff00, actGNSS=0, actSUPL=0"_s));
 }
 
 PRIVATE_BUS_TEST_MAIN(TestDaemonContext)

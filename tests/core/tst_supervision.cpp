@@ -11,6 +11,7 @@ private slots:
     void theFirstLossIsNeverTooFrequent();
     void oneSecondBetweenLossesIsEnoughForEver();
     void lossesWhileTheClockStandsStillEndIt();
+    void lossesWhileTheClockGoesBackEndItToo_data();
     void lossesWhileTheClockGoesBackEndItToo();
     void anHourOfQuietStartsAfresh();
     void delaysGrowToAnHourAndStay();
@@ -41,11 +42,24 @@ void TestSupervision::lossesWhileTheClockStandsStillEndIt()
     QVERIFY(guard.tooFrequent(Now));
 }
 
+void TestSupervision::lossesWhileTheClockGoesBackEndItToo_data()
+{
+    QTest::addColumn<quint32>("secondsBack");
+    QTest::addColumn<bool>("ends");
+    QTest::newRow("40 s after the mark: half of it is enough") << 3560U << false;
+    QTest::newRow("39 s: half of it counts as 19") << 3561U << true;
+    QTest::newRow("at the mark") << 3600U << true;
+    QTest::newRow("before the mark it is as if it had never been") << 3601U << false;
+    QTest::newRow("at the beginning of time") << Now << false;
+}
+
 void TestSupervision::lossesWhileTheClockGoesBackEndItToo()
 {
+    QFETCH(quint32, secondsBack);
+    QFETCH(bool, ends);
     RespawnGuard guard;
-    QVERIFY(!guard.tooFrequent(Now));       // mark an hour back
-    QVERIFY(guard.tooFrequent(Now - 3562)); // 38 s after the mark: half of it is 19
+    QVERIFY(!guard.tooFrequent(Now)); // mark an hour back
+    QCOMPARE(guard.tooFrequent(Now - secondsBack), ends);
 }
 
 void TestSupervision::anHourOfQuietStartsAfresh()

@@ -155,6 +155,24 @@ def test_an_acceptance_lasts_as_long_as_the_daemon(stage, waiting, dialogs):
     assert not again.has_message("startBrisd()")
 
 
+def test_what_waited_starts_when_the_engine_is_back(waiting, dialogs):
+    """The user accepts while it is away."""
+    client = waiting.client()
+    question = dialogs.next("privacyDialog")
+    waiting.engine.refuse()
+    waiting.engine.disconnect()
+    waiting.daemon.wait_for_line("lodestard: ORVComm reconnection failed.")
+    question.answer(True)
+    dialogs.next("exit")
+    waiting.daemon.wait_for_message(POPPED, "Debug")
+    assert not client.wait_for_fix().valid  # nothing is available for now
+    waiting.engine.listen()
+    waiting.engine.expect(wire.SuplServers)
+    waiting.engine.expect(wire.GnssRequest, command=wire.START, session=client.id)
+    waiting.settle()
+    assert started(waiting) == [client.id]
+
+
 # ---- declining
 
 def test_a_decline_keeps_what_waits_for_a_later_acceptance(stage, waiting, dialogs):

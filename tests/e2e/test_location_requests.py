@@ -398,3 +398,22 @@ def test_an_answer_when_the_engine_has_gone(stage, road, dialogs):
     ask(road, dialogs).answer(0)
     dialogs.next("exit")
     assert replies(road) == [NO]
+
+
+def test_a_dialog_stays_open_when_its_engine_has_gone_and_may_be_withdrawn_when_it_is_back(road, dialogs):
+    question = ask(road, dialogs, wire.client_name("Alice"))
+    road.engine.disconnect()
+    road.engine.expect(wire.SuplServers)
+    road.engine.send(wire.location_request(1, 10, wire.client_name("Bob")), wire.location_request(4, 10))
+    road.settle()
+    assert road.lines(ALREADY_OPEN) == [ALREADY_OPEN]
+    assert road.lines(COULD_NOT_CLOSE) == [f"{COULD_NOT_CLOSE} 10"]
+    assert dialogs.unseen() == []
+    road.engine.send(wire.location_request(4, 9))
+    assert dialogs.next("locationRequest").arguments == (2, False, "Alice", "")
+    dialogs.next("exit")
+    question.answer(1)
+    road.daemon.wait_for_message(DROPPED, "Debug")
+    ask(road, dialogs, wire.client_name("Carol"), transaction=11).answer(0)
+    dialogs.next("exit")
+    assert replies(road) == [NO]
