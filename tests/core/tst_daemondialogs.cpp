@@ -32,6 +32,7 @@ private slots:
     void anAnswerIsCarriedOut_data();
     void anAnswerIsCarriedOut();
     void theRequestsAreReplayedInTheirOrder();
+    void aRequestIsReplayedWithAllItSaid();
     void aDeclineKeepsWhatWaits();
     void anUnknownClientFailsWhenItIsReplayed();
     void consentBySettingReplaysNothing();
@@ -127,6 +128,19 @@ void TestDaemonDialogs::theRequestsAreReplayedInTheirOrder()
     QCOMPARE(m_dialogs->next(), u"exit"_s);
     QCOMPARE(m_stage->logged(DialogLines),
              (QStringList{Finished, u"debug: startBrisd()"_s, Popped, Popped, Popped}));
+}
+
+void TestDaemonDialogs::aRequestIsReplayedWithAllItSaid()
+{
+    const int id = addSilent(*m_stage);
+    m_stage->daemon->configRequest(id, SetMethod | SetInterval | Start | SatInfoStart, NonSatellite, 7000);
+    QCOMPARE(m_stage->logged({u"debug: PositionDaemon::configRequest"_s}), QStringList());
+    m_stage->daemon->privacyDialogFinished(LocationUI::Accepted);
+    QCOMPARE(m_stage->logged({u"debug: PositionDaemon::configRequest"_s}),
+             (QStringList{u"debug: PositionDaemon::configRequest: Set Method:  4294967040"_s,
+                          u"debug: PositionDaemon::configRequest: Set interval:  7"_s,
+                          u"debug: PositionDaemon::configRequest: Start!"_s,
+                          u"debug: PositionDaemon::configRequest: SatInfoStart"_s}));
 }
 
 void TestDaemonDialogs::aDeclineKeepsWhatWaits()
