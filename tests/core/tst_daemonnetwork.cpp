@@ -1,5 +1,6 @@
 #include "client/fakeclient.h"
 #include "core/daemonstage.h"
+#include "support/fakegeoclue.h"
 #include "support/privatebus.h"
 
 #include <csignal>
@@ -56,7 +57,9 @@ private slots:
     void anEngineThatIsNotReadyYetIsNotAsked();
     void theLibraryIsAskedWhenItIsInUse();
     void whatTheEngineIsAskedIsNotAskedAgain();
+    void whatWasAnsweredIsNotAskedAgain();
     void withoutInternalReceiverNobodyIsAsked();
+    void aRadioThatIsBackIsUsedAtOnce();
 };
 
 void TestDaemonNetwork::aNetworkClientIsAskedForWhenItStarts()
@@ -298,13 +301,32 @@ void TestDaemonNetwork::whatTheEngineIsAskedIsNotAskedAgain()
     QCOMPARE(stage.requests(), QStringList());
 }
 
+// The refused batch went with the outstanding request's answer.
+void TestDaemonNetwork::whatWasAnsweredIsNotAskedAgain()
+{
+    const FakeGeoClue geoclue; // finds nothing, and takes its time
+    DaemonStage stage;
+    stage.startReady();
+    stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
+    QGeoPositionInfo fix = fixAt(60.0);
+    stage.daemon->onPositionUpdateSUPL(fix);
+    stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
+    QCOMPARE(stage.logged({u"warning"_s}),
+             QStringList{u"warning: VESKComm::requestPositionVESK request failed, err: -2101"_s});
+    stage.daemon->onPositionUpdateSUPL(fix);
+    stage.log.takeLines();
+    QVERIFY(DaemonStage::set(u"NetworkConnectivity"_s, false));
+    QCOMPARE(said(stage), QStringList());
+}
+
 void TestDaemonNetwork::withoutInternalReceiverNobodyIsAsked()
 {
+    const FakeGeoClue geoclue; // finds nothing, and takes its time
     DaemonStage stage;
     QVERIFY(stage.tree.write(u"/etc/lodestard/sysinfo/certs/ccc/pp/internal-gps-raw"_s, QByteArray(1, '\0')));
     QCOMPARE(stage.start(), 0);
     stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
-    stage.daemon->onClientDisconnected(6000); // waits for the library, for ever
+    stage.daemon->onClientDisconnected(6000); // stays in a batch that waits for the library
     QVERIFY(DaemonStage::set(u"SuplForced"_s, true));
     stage.log.takeLines();
     stage.daemon->requestPositionSUPL();
@@ -315,6 +337,28 @@ void TestDaemonNetwork::withoutInternalReceiverNobodyIsAsked()
     stage.log.takeLines();
     stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 60000);
     QCOMPARE(said(stage), QStringList{u"debug: PositionDaemon: Sending Network Location request to VESK."_s});
+}
+
+// An application that left falls due while both radios are off: nobody can be asked, and its batch keeps
+// every later one from being asked for.
+void TestDaemonNetwork::aRadioThatIsBackIsUsedAtOnce()
+{
+    DaemonStage stage;
+    stage.setDefault("SuplFallback=false");
+    stage.setDefault("WiFiPositioning=false");
+    stage.startReady();
+    stage.daemon->configRequest(addSilent(stage), StartWith, NonSatellite, 1000);
+    stage.daemon->onClientDisconnected(6000);
+    QVERIFY(DaemonStage::set(u"CellularPositioning"_s, false));
+    const QString inVain =
+        u"debug: VESKComm::requestPositionVESK wifi: 0, cellular: 0, gprs: 1, timeout: 20"_s;
+    QVERIFY(QTest::qWaitFor([&] { return stage.log.takeLines().contains(inVain); }));
+
+    QVERIFY(DaemonStage::set(u"NetworkConnectivity"_s, false)); // locates nobody
+    QCOMPARE(said(stage), QStringList());
+    QVERIFY(DaemonStage::set(u"WiFiPositioning"_s, true));
+    QCOMPARE(stage.logged({u"debug: VESKComm"_s}).value(0),
+             u"debug: VESKComm::requestPositionVESK wifi: 1, cellular: 0, gprs: 0, timeout: 20"_s);
 }
 
 PRIVATE_BUS_TEST_MAIN(TestDaemonNetwork)
