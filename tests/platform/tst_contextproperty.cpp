@@ -29,6 +29,7 @@ private slots:
     void aScreenSaverMayComeLate();
     void aScreenSaverMayVanishAndComeBack();
     void onlyTheOwnersWordCounts();
+    void aFormerOwnersAnswerDoesNotCount();
     void aSignalBeatsASlowAnswer();
     void unsubscribingEndsItAll();
     void unsubscribingInsideTheChangeIsFine();
@@ -175,6 +176,22 @@ void TestContextProperty::onlyTheOwnersWordCounts()
     settle();
     leaveBus(u"stranger"_s);
     QCOMPARE(screen.value(), QVariant(false));
+}
+
+void TestContextProperty::aFormerOwnersAnswerDoesNotCount()
+{
+    FakeScreenSaver former(FakeScreenSaver::Freedesktop, true, Answers::Never);
+    ContextProperty screen(u"Screen.Blanked"_s);
+    screen.subscribe();
+    QTRY_COMPARE(former.calls(), QStringList{u"GetActive"_s});
+    former.leave();
+    FakeScreenSaver owner(FakeScreenSaver::Freedesktop, false, Answers::Never);
+    QTRY_COMPARE(owner.calls(), QStringList{u"GetActive"_s});
+    former.answerHeldCalls();
+    settle();
+    QVERIFY(!screen.value().isValid());
+    owner.answerHeldCalls();
+    QTRY_COMPARE(screen.value(), QVariant(false));
 }
 
 void TestContextProperty::aSignalBeatsASlowAnswer()
