@@ -1,7 +1,7 @@
 """GNSS power save: what the engine is asked to do while it searches under a dark screen.
 
-Time runs fast here. A duration is taken from the daemon's own lines, so that only its own lateness
-counts; what it may be late is less than what tells one length from the next.
+Time runs fast here, or is wound. Where it runs, a duration is taken from the daemon's own lines, so that
+only its own lateness counts; what it may be late is less than what tells one length from the next.
 """
 
 import re
@@ -12,12 +12,14 @@ from gi.repository import GLib
 
 from harness import client as app
 from harness import wire
+from harness.clock import HandClock
 from harness.daemon import LINE
 from harness.peers import FakeScreenSaver
 from harness.road import Road, near
 
 LONG = 90  # real seconds for what takes minutes in the daemon's time
 ROUND = "PositionDaemon::onPowerSaveTimeout: powerSaveRound={}"
+FREED = "PositionDaemon::onPowerSaveContextUnsubscribe"
 SESSION = re.compile(r"ORVComm::(start|stop)GNSS\( 6000")
 
 
@@ -133,19 +135,26 @@ def test_the_screen_may_go_dark_during_the_search(stage):
 
 # ---- what ends it, and what begins it again
 
+def let_go(road):
+    """Winds through the 150 s for which the screen is watched on, and past the end that round 1 had."""
+    road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug")
+    road.wind(149)
+    assert road.lines(FREED) == []
+    road.wind(2)
+    assert road.lines(FREED) == [FREED]
+    road.wind(150)
+
+
 def test_a_fix_ends_it(stage):
     """The client asks for fixes so rarely that one keeps the receiver tracking."""
     saver = FakeScreenSaver(stage.session, active=True)
-    road = Road(stage, faketime="+0 x60")
+    road = Road(stage, clock=HandClock())
     client = road.satellite_client(interval=3600000)
     wait_round(road, 1)
     road.fix(client, 10)
     client.wait_for_fix(near(10))
-    ended = road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug")
-    freed = road.daemon.wait_for_message("PositionDaemon::onPowerSaveContextUnsubscribe", "Debug", timeout=LONG)
-    lines = road.daemon.lines()
-    assert 149 <= (moment(lines[freed]) - moment(lines[ended])).total_seconds() % 86400 < 190
-    # The screen is of no interest any more; 150 s more than round 1 had left have passed by then.
+    let_go(road)
+    # The screen is of no interest any more, and the round has not been left running.
     saver.show(False)
     saver.show(True)
     for _ in range(2):
@@ -158,18 +167,19 @@ def test_a_fix_ends_it(stage):
 
 def test_a_client_that_stops_ends_it(stage):
     saver = FakeScreenSaver(stage.session, active=True)
-    road = Road(stage, faketime="+0 x60")
+    road = Road(stage, clock=HandClock())
     client = road.satellite_client()
     wait_round(road, 1)
     client.stop()
     road.daemon.wait_for_message("GNSS mode: Idle", "Debug")
-    road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug")
-    road.daemon.wait_for_message("PositionDaemon::onPowerSaveContextUnsubscribe", "Debug", timeout=LONG)
-    # The round has not been left running: later searches, in the light, see nothing of its end.
-    saver.show(False)
-    for _ in range(2):
-        road.satellite_client().wait_for_fix(without_place, timeout=LONG)
+    let_go(road)
     assert road.lines("PositionDaemon::onPowerSaveTimeout") == [ROUND.format(1)] * 2  # the stop began it anew
+    # A later search, in the light, only arms it.
+    saver.show(False)
+    road.satellite_client()
+    road.daemon.wait_for_message("PositionDaemon::onScreenBlanked screenBlanked=0", "Debug")
+    road.wind(310)
+    assert road.lines("PositionDaemon::onPowerSaveTimeout") == [ROUND.format(1)] * 2
 
 
 def test_a_request_for_satellites_begins_anew(stage):
@@ -244,7 +254,7 @@ def test_the_screen_is_watched_only_while_it_matters(stage):
     client.stop()
     ended = road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug")
     assert match_rules(stage, app.SERVICE) != []  # for a while: searches often begin again
-    freed = road.daemon.wait_for_message("PositionDaemon::onPowerSaveContextUnsubscribe", "Debug", timeout=LONG)
+    freed = road.daemon.wait_for_message(FREED, "Debug", timeout=LONG)
     lines = road.daemon.lines()
     assert 149 <= (moment(lines[freed]) - moment(lines[ended])).total_seconds() % 86400 < 170
     road.settle()
@@ -275,7 +285,7 @@ def test_the_screen_is_let_go_in_time_however_often_searches_end(stage):
     client.configure(app.START)
     client.stop()
     again = road.daemon.wait_for_message("PositionDaemon::disablePowerSave", "Debug", count=2)
-    freed = road.daemon.wait_for_message("PositionDaemon::onPowerSaveContextUnsubscribe", "Debug", timeout=LONG)
+    freed = road.daemon.wait_for_message(FREED, "Debug", timeout=LONG)
     first, again, freed = (moment(road.daemon.lines()[index]) for index in (first, again, freed))
     assert (freed - first).total_seconds() % 86400 >= 149
     assert (freed - again).total_seconds() % 86400 < 140
