@@ -14,7 +14,7 @@ from dataclasses import replace
 from harness import client as app
 from harness import sidechannel, wire
 from harness.clock import StandingClock
-from harness.daemon import LINE, faketime_library, is_sanitized
+from harness.daemon import LINE, is_sanitized
 from harness.geoclue import FakeGeoClue, Place
 from harness.gypsy import ADDRESS, OTHER, Device, ExternalRoad
 from harness.mailbox import wait_until
@@ -142,7 +142,7 @@ class World:
         self.random = random.Random(seed)
         self.stage, self.clock = stage, StandingClock()
         self.geoclue = FakeGeoClue(stage.system)
-        self.road = ExternalRoad(stage, internal=True, environment=self.clock.environment, preload=[faketime_library()])
+        self.road = ExternalRoad(stage, internal=True, faketime=self.clock)
         self.clock.stop()
         self.daemon, self.engine = self.road.daemon, self.road.engine
         self.settings, self.peer = stage.settings(), SideChannelPeer(stage.system)

@@ -73,8 +73,8 @@ class _Lines:
 
 
 class Daemon:
-    """One process. `faketime` is libfaketime's specification ("+0 x60") or a HandClock; `preload` lists
-    libraries; an environment value of None removes the variable."""
+    """One process. `faketime` is libfaketime's specification ("+0 x60"), or a clock that the test moves; `preload`
+    lists libraries; an environment value of None removes the variable."""
 
     def __init__(self, session, system, arguments=("-v",), environment=None, faketime=None, preload=(),
                  wrapper=(), cwd="/"):
@@ -90,9 +90,12 @@ class Daemon:
             "LSAN_OPTIONS": f"suppressions='{os.path.dirname(__file__)}/lsan.supp':print_suppressions=0",
         }
         libraries = [preloadable(library) for library in preload]
-        if faketime:
+        if isinstance(faketime, str):
             libraries.append(faketime_library())
-            variables.update({"FAKETIME": faketime} if isinstance(faketime, str) else faketime.environment)
+            variables["FAKETIME"] = faketime
+        elif faketime:
+            libraries.append(preloadable(faketime.library))
+            variables.update(faketime.environment)
         if libraries:
             variables["LD_PRELOAD"] = ":".join(libraries)
         variables.update(environment or {})
