@@ -54,7 +54,7 @@ public:
     void renewBluez()
     {
         bluez.reset();
-        bluez = std::make_unique<FakeBluez>();
+        bluez = std::make_unique<FakeBluez>(4712);
     }
     void forget()
     {

@@ -37,6 +37,7 @@ private slots:
     void aReceiverStartsDisconnected();
     void theReceiverIsStartedAgainAfter15Seconds();
     void onlyOneRestartFollowsALoss();
+    void aLossThatIsToldTwiceIsNotPutOff();
     void aRestartThatFails();
     void aNewLossGetsItsOwn15Seconds();
     void aLossThatWasMadeGoodStartsNothing();
@@ -101,6 +102,17 @@ void TestGypsyRestart::onlyOneRestartFollowsALoss()
     letItPass();
     letItPass();
     QCOMPARE(stage.takeCalls(), QStringList{u"Start "_s + Path});
+}
+
+void TestGypsyRestart::aLossThatIsToldTwiceIsNotPutOff()
+{
+    GypsyStage stage;
+    stage.start();
+    lose(stage);
+    letItPass(8s);
+    lose(stage);
+    letItPass(14s);
+    QCOMPARE(stage.takeCalls().value(0), u"Start "_s + Path);
 }
 
 void TestGypsyRestart::aRestartThatFails()

@@ -34,6 +34,7 @@ private slots:
     void withoutGypsy();
     void withoutBluez();
     void aGypsyThatWasStartedAnew();
+    void aBluezThatWasStartedAnew();
     void anAnswerOfAnotherType();
 
     void theReceiverIsRemoved();
@@ -210,6 +211,21 @@ void TestGypsyTrouble::aGypsyThatWasStartedAnew()
     stage.gypsy->position(Path, 3, 0, 1, 2, 0);
     stage.settle();
     QCOMPARE(stage.takeEvents(), QStringList{u"position 6000"_s}); // the new owner of the name is heard
+}
+
+// Its adapter has another path, and is the one that is asked and watched from the next start.
+void TestGypsyTrouble::aBluezThatWasStartedAnew()
+{
+    GypsyStage stage;
+    stage.start();
+    QVERIFY(stage.comm.stopSession(6000));
+    stage.renewBluez();
+    stage.bluez->plugAdapter();
+    stage.start();
+    stage.bluez->remove(Address);
+    stage.settle();
+    QCOMPARE(stage.takeLines().value(0), Removed);
+    QCOMPARE(stage.takeCalls(), QStringList{u"Shutdown "_s + Path});
 }
 
 void TestGypsyTrouble::anAnswerOfAnotherType()

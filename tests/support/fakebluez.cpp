@@ -14,17 +14,21 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QString ConnectionName = u"fake bluez"_s;
-const QString AdapterPath = u"/org/bluez/4711/hci0"_s;
-
-QString devicePath(const QString &address)
-{
-    return AdapterPath + u"/dev_"_s + address.toUpper().replace(u':', u'_');
-}
 
 } // namespace
 
 // What both objects know.
 struct FakeBluez::State {
+    explicit State(int processId)
+        : adapterPath(u"/org/bluez/%1/hci0"_s.arg(processId))
+    {
+    }
+    QString devicePath(const QString &address) const
+    {
+        return adapterPath + u"/dev_"_s + address.toUpper().replace(u':', u'_');
+    }
+
+    const QString adapterPath;
     QMutex mutex;
     bool hasAdapter = false;
     bool rejectsSessions = false;
@@ -49,7 +53,7 @@ public slots:
         m_state.calls << u"DefaultAdapter"_s;
         if (!m_state.hasAdapter)
             sendErrorReply(u"org.bluez.Error.NoSuchAdapter"_s, u"No such adapter"_s);
-        return QDBusObjectPath(AdapterPath);
+        return QDBusObjectPath(m_state.adapterPath);
     }
 
 private:
@@ -73,7 +77,7 @@ public slots:
         m_state.calls << u"FindDevice "_s + address;
         if (!m_state.paired.contains(address, Qt::CaseInsensitive))
             sendErrorReply(u"org.bluez.Error.DoesNotExist"_s, u"Does Not Exist"_s);
-        return QDBusObjectPath(devicePath(address));
+        return QDBusObjectPath(m_state.devicePath(address));
     }
     void RequestSession()
     {
@@ -87,8 +91,8 @@ private:
     FakeBluez::State &m_state;
 };
 
-FakeBluez::FakeBluez()
-    : m_state(std::make_unique<State>())
+FakeBluez::FakeBluez(int processId)
+    : m_state(std::make_unique<State>(processId))
     , m_manager(std::make_unique<FakeBluezManager>(*m_state))
     , m_adapter(std::make_unique<FakeBluezAdapter>(*m_state))
 {
@@ -97,7 +101,7 @@ FakeBluez::FakeBluez()
     m_thread.start();
     auto bus = QDBusConnection::connectToBus(QDBusConnection::SystemBus, ConnectionName);
     if (!bus.registerObject(u"/"_s, m_manager.get(), QDBusConnection::ExportAllSlots) ||
-        !bus.registerObject(AdapterPath, m_adapter.get(), QDBusConnection::ExportAllSlots) ||
+        !bus.registerObject(m_state->adapterPath, m_adapter.get(), QDBusConnection::ExportAllSlots) ||
         !bus.registerService(u"org.bluez"_s))
         qFatal("The fake bluez cannot appear on the bus");
 }
@@ -130,9 +134,10 @@ void FakeBluez::remove(const QString &address)
 {
     const QMutexLocker lock(&m_state->mutex);
     m_state->paired.removeAll(address);
-    auto removed = QDBusMessage::createSignal(AdapterPath, u"org.bluez.Adapter"_s, u"DeviceRemoved"_s);
+    auto removed =
+        QDBusMessage::createSignal(m_state->adapterPath, u"org.bluez.Adapter"_s, u"DeviceRemoved"_s);
     QDBusConnection(ConnectionName)
-        .send(removed << QVariant::fromValue(QDBusObjectPath(devicePath(address))));
+        .send(removed << QVariant::fromValue(QDBusObjectPath(m_state->devicePath(address))));
 }
 
 void FakeBluez::rejectSessions()

@@ -11,7 +11,8 @@
 class FakeBluez
 {
 public:
-    FakeBluez(); // without an adapter
+    // Without an adapter. The process id is part of every path.
+    explicit FakeBluez(int processId = 4711);
     ~FakeBluez();
     FakeBluez(const FakeBluez &) = delete;
     FakeBluez &operator=(const FakeBluez &) = delete;
