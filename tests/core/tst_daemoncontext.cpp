@@ -104,6 +104,8 @@ void TestDaemonContext::theStateIsPublishedToSubscribers()
     QCOMPARE(bar.call(State, u"Subscribe"_s), u"search"_s);
     QCOMPARE(stage.log.takeLines(),
              (QStringList{u"debug: First context fw client for gps state."_s, stateLine(1, 0, 0)}));
+    stage.daemon->addContextFWStateClient({}); // once more, from whoever says so
+    QCOMPARE(stage.log.takeLines(), QStringList{u"debug: First context fw client for gps state."_s});
     stage.daemon->onGNSSStateUpdated(ORVComm::Tracking);
     QCOMPARE(bar.call(State, u"Get"_s), u"on"_s);
     stage.log.takeLines();
@@ -167,6 +169,8 @@ void TestDaemonContext::coordinatesHaveAClientOfTheirOwn()
     other.call(Coordinates, u"Subscribe"_s);
     QCOMPARE(stage.requests(), QStringList());
     QCOMPARE(stage.logged({u"debug: First"_s, u"debug: ##"_s}), QStringList());
+    stage.daemon->addContextFWPositionClient({}); // once more, from whoever says so
+    QCOMPARE(stage.log.takeLines(), QStringList{u"debug: First context fw client for positioinig."_s});
     auto fix = fixAt(60.169856123456, -24.938379654321);
     stage.daemon->onPositionUpdateGNSS(6000, fix);
     QCOMPARE(map.call(Coordinates, u"Get"_s), place(60.169856123456, -24.938379654321));
