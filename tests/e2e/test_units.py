@@ -133,12 +133,12 @@ for name in os.listdir("/proc/self/ns"):
 
 
 def installed(directory, unit_file):
-    """The unit as it is installed, with the programs just built."""
+    """The unit as it is installed, with the programs just built, under a name that no drop-in of the machine has."""
     name = unit_file.name.removesuffix(".in")
     text = unit_file.read_text(encoding="utf-8")
     for place in ("@BINDIR@/lodestard", "@SBINDIR@/orvd-gpsd"):
         text = text.replace(place, f"{os.environ['LODESTARD_BUILD']}/{PROGRAMS[name]}")
-    target = Path(directory, name)
+    target = Path(directory, f"just-built-{name}")
     target.write_text(text, encoding="utf-8")
     return target
 

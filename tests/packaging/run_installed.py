@@ -5,7 +5,7 @@
 
 DIR holds the packages. Inside, dpkg knows the machine's own packages, so dependencies are checked; the
 directories into which the packages unpack are writable, and hold links to what the machine has there.
-Nothing of the build is shown: what is not installed is not there.
+Nothing of the build is shown, nor what the machine has of these packages: what is not installed is not there.
 """
 
 import os
@@ -25,15 +25,18 @@ SCRIPTS_DIRECTORIES = ("/etc/systemd", "/etc/systemd/system", "/etc/systemd/syst
 DPKG = "/var/lib/dpkg"
 
 
-def directories_of(packages):
-    """Every directory of the packages, by its place on a machine where /lib is a link into /usr."""
-    found = set(SCRIPTS_DIRECTORIES)
+def contents_of(packages):
+    """Every path of the packages, by its place on a machine where /lib is a link into /usr; directories end in /."""
     for package in packages:
         names = subprocess.run(["dpkg-deb", "--fsys-tarfile", package], check=True, stdout=subprocess.PIPE).stdout
         listed = subprocess.run(["tar", "-t"], input=names, check=True, stdout=subprocess.PIPE).stdout.decode()
-        for path in (line.lstrip(".").rstrip("/") for line in listed.splitlines() if line.endswith("/")):
-            found.add(os.path.realpath(path) if path.startswith("/lib") else path)
-    return {path for path in found if path and os.path.isdir(path)}
+        for path in (line.lstrip(".") for line in listed.splitlines()):
+            yield path if not path.startswith("/lib/") else f"{os.path.realpath('/lib')}{path[4:]}"
+
+
+def is_ours(path):
+    """What an earlier installation, or the administrator after it, may have left on this machine."""
+    return any(part.startswith(("lodestar", "orvd-gpsd")) for part in path.split("/"))
 
 
 class Machine(Sandbox):
@@ -42,7 +45,10 @@ class Machine(Sandbox):
     def __init__(self, packages, copies, **options):
         super().__init__(test_engine=False, **options)
         self._copies = Path(copies)
-        self._directories = directories_of(packages)
+        contents = set(contents_of(packages))
+        directories = {path.rstrip("/") for path in contents if path.endswith("/")} | set(SCRIPTS_DIRECTORIES)
+        self._directories = {path for path in directories if path and os.path.isdir(path) and not is_ours(path)}
+        self._files = {path for path in contents if not path.endswith("/")}
 
     def _tree(self, descriptors):
         tree = super()._tree(descriptors)
@@ -58,6 +64,8 @@ class Machine(Sandbox):
         target = Path(f"{self._copies}{directory}")
         target.mkdir(parents=True)
         for entry in os.scandir(directory):
+            if entry.path in self._files or is_ours(entry.path):
+                continue
             if entry.path in self._directories:
                 self._copy(entry.path)
             elif entry.is_symlink():

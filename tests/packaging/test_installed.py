@@ -55,12 +55,17 @@ def before():
     """The machine's own packages, known to dpkg; and the files there were."""
     (DPKG / "info").mkdir(parents=True)
     (DPKG / "updates").mkdir()
-    for name in ("status", "diversions"):  # overridden owners are accounts of the machine
-        if os.path.exists(f"{MACHINE}{DPKG}/{name}"):
-            (DPKG / name).write_bytes(Path(f"{MACHINE}{DPKG}/{name}").read_bytes())
+    status = Path(f"{MACHINE}{DPKG}/status").read_text(encoding="utf-8").split("\n\n")
+    ours = tuple(f"Package: {name}{kind}\n" for name in NAMES for kind in ("", "-dbgsym"))
+    (DPKG / "status").write_text("\n\n".join(p for p in status if not p.startswith(ours)), encoding="utf-8")
+    if os.path.exists(f"{MACHINE}{DPKG}/diversions"):  # overridden owners are accounts of the machine: not taken
+        (DPKG / "diversions").write_bytes(Path(f"{MACHINE}{DPKG}/diversions").read_bytes())
     for path in Path(f"{MACHINE}{DPKG}/info").glob("*.list"):
-        (DPKG / "info" / path.name).symlink_to(path)
+        if path.stem.removesuffix("-dbgsym") not in NAMES:
+            (DPKG / "info" / path.name).symlink_to(path)
     Path("/var/log").mkdir(exist_ok=True)
+    for program in ("lodestard", "lodestar-watch", "lodestar-dialogs"):
+        Path("/usr/bin", program).unlink(missing_ok=True)  # the machine's own
     return all_files()
 
 
