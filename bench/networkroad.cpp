@@ -137,7 +137,7 @@ private:
 
 // Lets both sides work until the condition holds.
 template <typename Condition>
-void workUntil(GeoClue &geoclue, const Application &application, const char *missing, Condition condition)
+void workUntil(GeoClue &geoclue, Application &application, const char *missing, Condition condition)
 {
     const auto deadline = Clock::now() + Patience;
     for (;;) {

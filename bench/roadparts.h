@@ -8,6 +8,7 @@
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <signal.h>
@@ -46,9 +47,9 @@ class Subject
 {
 public:
     explicit Subject(char **arguments)
+        : m_started(Clock::now())
+        , m_pid(fork())
     {
-        m_started = Clock::now();
-        m_pid = fork();
         if (m_pid == 0) {
             execv(arguments[0], arguments);
             std::perror(arguments[0]);
@@ -90,7 +91,7 @@ public:
 
 private:
     Clock::time_point m_started;
-    pid_t m_pid = -1;
+    pid_t m_pid;
 };
 
 // One application: a connection of its own, counting callbacks.
@@ -150,7 +151,7 @@ public:
                 "configSession failed");
     }
 
-    void process() const
+    void process()
     {
         while (sd_bus_process(m_bus, nullptr) > 0) {
         }
@@ -176,11 +177,11 @@ inline void waitForSubject(const Application &application, bool there)
     while (application.subjectIsThere() != there) {
         require(Clock::now() < deadline,
                 there ? "the subject never took its name" : "the name is taken for good");
-        usleep(200);
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
 }
 
-inline double percentile(std::vector<double> &sorted, double share)
+inline double percentile(const std::vector<double> &sorted, double share)
 {
     const auto index = std::size_t(share * double(sorted.size() - 1));
     return sorted[index];
