@@ -113,16 +113,16 @@ void DialogService::show(DialogDesk::Dialog kind, const Question &question, cons
 
 void DialogService::watchCaller()
 {
-    const QString caller = m_call.service();
-    m_callers.setWatchedServices({caller});
+    const QString name = m_call.service();
+    m_callers.setWatchedServices({name});
     // It may have left before it was watched.
     QDBusMessage question = busCall(u"NameHasOwner"_s);
-    question << caller;
+    question << name;
     auto *answer = new QDBusPendingCallWatcher(m_bus.asyncCall(question), m_dialog);
-    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, caller] {
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, name] {
         const QDBusPendingReply<bool> isThere = *answer;
         if (isThere.isValid() && !isThere.value())
-            onCallerGone(caller);
+            onCallerGone(name);
     });
 }
 

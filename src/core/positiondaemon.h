@@ -130,7 +130,7 @@ private:
     bool isExternalReceiverKnown();
     void startSessions(ClientApp &client, quint32 methods);
     void stopSessions(ClientApp &client, quint32 methods); // those that may not go on
-    void modifySessions(ClientApp &client);
+    void modifySessions(const ClientApp &client);
     void endSatelliteSession(ClientApp &client);
     void endNetworkEnrolment(ClientApp &client);
     void loseEngineSessions(ClientApp &client);

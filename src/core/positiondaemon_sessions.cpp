@@ -143,7 +143,7 @@ void PositionDaemon::loseEngineSessions(ClientApp &client)
         endNetworkEnrolment(client);
 }
 
-void PositionDaemon::modifySessions(ClientApp &client)
+void PositionDaemon::modifySessions(const ClientApp &client)
 {
     qCDebug(busyLog, "%s: client: id=%d, modified=%d, interval=%d, actGNSS=%d, actSUPL=%d", __func__,
             client.id(), client.isModified(), client.interval(), client.isGnssActive(),

@@ -49,7 +49,7 @@ LocationChoice::Verdict LocationChoice::weigh(const NetworkLocation &location)
     const float accuracy = position.horizontalAccuracy();
     if (first || isBetter(accuracy))
         m_best = position;
-    if (accuracy <= (m_technologies & vesk::Wlan ? GoodForWlan : GoodForCells))
+    if (accuracy <= ((m_technologies & vesk::Wlan) ? GoodForWlan : GoodForCells))
         return Verdict::GoodEnough;
     return first ? Verdict::First : Verdict::Useful;
 }
@@ -81,7 +81,7 @@ int vesk::refusal(const VeskObserver *observer, unsigned technologyMask, VeskPac
 
 quint32 vesk::accuracyLevel(unsigned technologyMask)
 {
-    return technologyMask & Wlan ? StreetLevel : NeighbourhoodLevel;
+    return (technologyMask & Wlan) ? StreetLevel : NeighbourhoodLevel;
 }
 
 unsigned vesk::resultTechnology(unsigned technologyMask, float accuracy)
