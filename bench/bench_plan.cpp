@@ -100,6 +100,7 @@ struct Record {
 void visitThousandRecords(benchmark::State &state)
 {
     std::vector<std::unique_ptr<Record>> records;
+    records.reserve(Clients);
     for (int i = 0; i < Clients; ++i)
         records.push_back(std::make_unique<Record>(Record{6000 + i, 0xff, false, false, false, true, false}));
     for (auto _ : state) {

@@ -53,8 +53,9 @@ void lookAtThousandIntervals(benchmark::State &state)
         qint64 length, start;
     };
     std::vector<Interval> intervals;
+    intervals.reserve(Rows);
     for (int row = 0; row < Rows; ++row)
-        intervals.push_back({1000 * intervalOf(row), 0});
+        intervals.push_back({qint64(1000) * intervalOf(row), 0});
     qint64 now = 0;
     for (auto _ : state) {
         now += 1000;

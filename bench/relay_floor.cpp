@@ -57,7 +57,7 @@ int onEnginePacket(sd_event_source *, int descriptor, std::uint32_t, void *data)
         return sd_event_exit(sd_bus_get_event(relay.bus), 0);
     if (size < 8 || bench::messageId(packet.data()) != bench::NotificationId)
         return 0;
-    const std::size_t index = std::size_t(bench::sessionId(packet.data()) - FirstId);
+    const auto index = std::size_t(bench::sessionId(packet.data()) - FirstId);
     if (index >= relay.listeners.size())
         return 0;
     // As many bytes as the daemon's serialised fix, with the report's own bytes for content.

@@ -66,7 +66,7 @@ private:
             QCoreApplication::quit();
         if (size < 8 || bench::messageId(packet.data()) != bench::NotificationId)
             return;
-        const std::size_t index = std::size_t(bench::sessionId(packet.data()) - FirstId);
+        const auto index = std::size_t(bench::sessionId(packet.data()) - FirstId);
         if (index >= m_listeners.size())
             return;
         QByteArray fix(bench::FixBytes, '\0');

@@ -135,7 +135,7 @@ struct Stage {
 void setLatitude(QByteArray &packet, std::uint32_t sequence)
 {
     for (std::size_t i = 0; i < 4; ++i)
-        packet[qsizetype(bench::LatitudeOffset + i)] = char(sequence >> (24 - 8 * i) & 0xFF);
+        packet[qsizetype(bench::LatitudeOffset) + qsizetype(i)] = char(sequence >> (24 - 8 * i) & 0xFF);
 }
 
 int measureStartup(int runs, char **subjectArguments)

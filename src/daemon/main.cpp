@@ -74,5 +74,5 @@ int main(int argc, char *argv[])
         std::fputs("init failed.\n", stderr);
         return 1;
     }
-    return application.exec();
+    return QCoreApplication::exec();
 }

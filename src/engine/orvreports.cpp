@@ -150,7 +150,8 @@ void ORVComm::handleLocationRequest(PacketView message)
         return;
     qDebug("Got location request");
 
-    QString name, id;
+    QString name;
+    QString id;
     bool defaultAccept = false;
     for (const SubBlock &block : wire::subBlocks(message)) {
         switch (BlockId(block.id)) {
